@@ -1,0 +1,4 @@
+#pragma once
+
+/// Marks what the shared library exports; everything else is hidden.
+#define VELK_EXPORT [[gnu::visibility("default")]]

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "velk/Export.h"
+
+#include <cstdint>
+#include <exception>
+#include <sstream>
+#include <string>
+
+/// An exception that is also an output stream: its text is streamed into it before it is thrown.
+///
+///     VelkException error;
+///     error << "no such channel: " << channel;
+///     throw error;
+class VELK_EXPORT VelkException : public std::exception, public std::ostringstream {
+public:
+    VelkException();
+    /// Keeps the text; further output is appended behind it.
+    VelkException(const VelkException& other);
+    VelkException& operator=(const VelkException&) = delete;
+    ~VelkException() override;
+
+    /// The text streamed so far; valid until the next call or the end of the exception.
+    const char* what() const noexcept override;
+
+    std::int32_t code = 0; ///< Free for the thrower; copied with the exception.
+
+private:
+    mutable std::string whatText; ///< Keeps the text that what() returned last.
+};
+
+/// Writes the exception's text. Takes no lock.
+VELK_EXPORT std::ostream& operator<<(std::ostream& stream, const VelkException& exception);

@@ -1,0 +1,7 @@
+#include "velk/BufferMismatchException.h"
+
+BufferMismatchException::BufferMismatchException(const std::string& text) : std::runtime_error(text)
+{
+}
+
+BufferMismatchException::~BufferMismatchException() = default;
