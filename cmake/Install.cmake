@@ -3,7 +3,7 @@ include(CMakePackageConfigHelpers)
 set(velk_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/velkcantransport)
 
 install(TARGETS velkcantransport EXPORT velkcantransport-targets)
-install(DIRECTORY platform/include/velk DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(DIRECTORY include/velk platform/include/velk DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
 install(EXPORT velkcantransport-targets NAMESPACE velk:: DESTINATION ${velk_package_dir})
 configure_package_config_file(cmake/velkcantransportConfig.cmake.in

@@ -1,0 +1,29 @@
+#include "velk/CANTransportThread.h"
+
+#include "velk/CancellableScope.h"
+
+#include "thread/LogLine.h"
+
+#include <cerrno>
+
+#include <unistd.h>
+
+/// The one way to the client. Blocks while the client does not read.
+/// @return whether the client's pipe has taken the message.
+bool CANTransportThread::deliver(unsigned short canID)
+{
+    const CANTransportTraceMessage message(receiveBuffer, canID);
+    std::vector<unsigned char> bytes;
+    message.createByteArray(bytes, true, false);
+    ssize_t written = 0;
+    int error = 0;
+    {
+        const CancellableScope cancellable;
+        written = ::write(outputPipe[1], bytes.data(), bytes.size());
+        error = errno;
+    }
+    if (written == -1) {
+        LogLine::systemError("addReceivedData", "failed to write data to pipe: ", error);
+    }
+    return written != -1;
+}

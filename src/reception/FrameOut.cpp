@@ -1,0 +1,57 @@
+#include "velk/CANTransportThread.h"
+
+#include "velk/CancellableScope.h"
+
+#include "reception/FrameFormat.h"
+#include "thread/LogLine.h"
+
+#include <cerrno>
+
+#include <unistd.h>
+
+/// The one way out to the bus. A frame that could not be written is lost; only a timeout, here or at
+/// the peer, makes up for it.
+void CANTransportThread::sendCANMessage(TPCANMsg& frame)
+{
+    constexpr std::uint32_t standardIdMask = 0x7FF;
+    const CANExtTraceMessage message(frame.canID & standardIdMask, frame.data, frame.len);
+    if (debugLevel > 0) {
+        LogLine::debug("sendCANMessage") << "CAN write to canProxyFD: " << message;
+    }
+    std::vector<unsigned char> bytes;
+    message.createByteArray(bytes, true, false);
+    ssize_t written = 0;
+    int error = 0;
+    {
+        const CancellableScope cancellable;
+        written = ::write(canProxyFD, bytes.data(), bytes.size());
+        error = errno;
+    }
+    if (written == -1) {
+        LogLine::systemError("sendCANMessage", "failed to send data to the CAN proxy: ", error);
+    }
+}
+
+void CANTransportThread::sendFlowControl(int code)
+{
+    TPCANMsg frame{sendCANid, FrameFormat::dataBytes, {}};
+    frame.data[0] = FrameFormat::firstByte(CTP_FLOW_CONTROL, static_cast<unsigned int>(code));
+    if (debugLevel != 0) {
+        LogLine::debug("sendFlowControl") << frame;
+    }
+    sendCANMessage(frame);
+    switch (code) {
+    case CTP_FC_READY_TO_RECEIVE:
+        state |= RCTS_RECEIVING;
+        expectedFrame = EXPECT_CONSECUTIVE;
+        setSelectTimeout(1, 0);
+        break;
+    case CTP_FC_NOT_ACKNOWLEDGE:
+    case CTP_FC_ACKNOWLEDGE:
+        state &= ~RCTS_RECEIVING;
+        expectedFrame = EXPECT_FIRST_OR_SINGLE;
+        break;
+    default: // CTP_FC_NOT_READY_TO_RECEIVE changes nothing
+        break;
+    }
+}

@@ -1,0 +1,39 @@
+#include "thread/LogLine.h"
+
+#include "velk/LogUtil.h"
+
+#include <iostream>
+
+LogLine::LogLine(std::ostream& destination, const char* tag, const char* operation)
+    : lock(LogUtil::logMutex),
+      stream(destination),
+      flags(destination.flags(std::ios_base::dec | std::ios_base::skipws)),
+      fill(destination.fill(' '))
+{
+    stream << tag << "CANTransportThread::" << operation << "() ";
+}
+
+LogLine::~LogLine()
+{
+    stream << std::endl;
+    stream.flags(flags);
+    stream.fill(fill);
+}
+
+LogLine LogLine::debug(const char* operation) { return {std::cout, "[DEBUG] ", operation}; }
+
+LogLine LogLine::info(const char* operation) { return {std::cout, "[INFO] ", operation}; }
+
+LogLine LogLine::error(const char* operation) { return {std::cout, "[ERROR] ", operation}; }
+
+void LogLine::systemError(const char* operation, const char* text, int error)
+{
+    const std::lock_guard<std::mutex> lock(LogUtil::logMutex);
+    std::cerr << "[ERROR] CANTransportThread::" << operation << "() " << text << std::endl;
+    LogUtil::printError(error);
+}
+
+void LogLine::clientError(const char* operation, const char* text)
+{
+    LogLine(std::cerr, "[ERROR] ", operation) << text;
+}

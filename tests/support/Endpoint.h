@@ -1,0 +1,101 @@
+#pragma once
+
+#include "velk/CANTransportThread.h"
+
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+using Bytes = std::vector<unsigned char>;
+using Lines = std::vector<std::string>;
+
+/// The door to what is private in an endpoint.
+struct CANTransportThreadAccess {
+    static int& retries(CANTransportThread& endpoint) { return endpoint.sendRetry; }
+    static int state(const CANTransportThread& endpoint) { return endpoint.state; }
+    static bool receiving(const CANTransportThread& endpoint)
+    {
+        return endpoint.expectedFrame == CANTransportThread::EXPECT_CONSECUTIVE;
+    }
+    static std::size_t bytesReceived(const CANTransportThread& e) { return e.receiveBuffer.size(); }
+    static std::size_t queued(const CANTransportThread& e) { return e.sendQueue.size(); }
+    static int& inputReadEnd(CANTransportThread& e) { return e.inputPipe[0]; }
+    static int& outputWriteEnd(CANTransportThread& e) { return e.outputPipe[1]; }
+    static timeval& timeLeft(CANTransportThread& e) { return e.selectTimeoutLeft; }
+    static std::string printState(int value) { return CANTransportThread::printState(value); }
+    static void handleData(CANTransportThread& e) { e.handleData(); }
+    static void handleSendError(CANTransportThread& e, bool resend) { e.handleSendError(resend); }
+    static void handle(CANTransportThread& e, CANTransportThread::TPCANMsg frame)
+    {
+        e.handleCANData(frame);
+        e.checkInvariants();
+    }
+    static void expire(CANTransportThread& e)
+    {
+        e.selectTimeoutLeft = e.selectTimeout;
+        e.handleTimeout();
+        e.checkInvariants();
+    }
+    /// The part of a pass in front of the wait, up to the choice of the timeout.
+    static bool restIfIdle(CANTransportThread& e)
+    {
+        const bool idle = e.idle();
+        if (idle) {
+            e.rest();
+        }
+        return idle;
+    }
+};
+
+/// An endpoint driven by hand: no thread runs, the handlers are called one by one, and what leaves
+/// is taken from the pipes.
+class Endpoint : public CANTransportThread {
+public:
+    using Access = CANTransportThreadAccess;
+    static constexpr unsigned short ownId = 0x123;
+    static constexpr std::uint32_t peerId = 0x456;
+
+    explicit Endpoint(int level = 0);
+    ~Endpoint() override;
+
+    /// A frame from the bus; data bytes that are not given are 0.
+    void frame(std::initializer_list<int> data, std::uint32_t canID = peerId);
+    void flowControl(int code) { frame({0x30 | code}); }
+    /// The frames of a message from the bus, from frame number `from` up to, not including, `to`.
+    void framesOf(const Bytes& message, std::size_t from = 0, std::size_t to = SIZE_MAX);
+    /// A request of the client, taken from the pipe at once.
+    void request(const Bytes& message);
+    /// Bytes into the input pipe; they wait there until takeInput().
+    void write(const Bytes& bytes) const;
+    void takeInput() { Access::handleData(*this); }
+    void expire() { Access::expire(*this); }
+
+    /// The frames that have left since the last call, as their data bytes in hexadecimal.
+    Lines sent();
+    /// The messages that the client has got since the last call.
+    std::vector<Bytes> delivered();
+    std::uint32_t lastDeliveredId = 0;
+    /// The status changes since the last call: "CTT_ACKNOWLEDGED 65".
+    Lines statuses();
+    long timerMs(); ///< What is left of the timer.
+    std::string stateText() const { return Access::printState(Access::state(*this)); }
+
+    int inputEnd = -1;  ///< Where the client and the bus write.
+    int outputEnd = -1; ///< Where the client reads.
+    int proxyPipe[2] = {-1, -1};
+
+private:
+    int clientEnd = -1; ///< outputEnd again, non-blocking.
+    std::unique_ptr<TraceMessageBuffer> proxy;
+    std::unique_ptr<TraceMessageBuffer> client;
+    Lines heard;
+};
+
+Bytes bytesOf(const MessageBase& message);
+/// `size` bytes that tell their place.
+Bytes pattern(std::size_t size);
+/// The frames that carry the message, as an endpoint cuts it.
+std::vector<CANTransportThread::TPCANMsg> cut(const Bytes& message);
+std::string hex(const CANTransportThread::TPCANMsg& frame);
+/// A flow-control frame as sent() gives it.
+std::string fc(int code);

@@ -1,0 +1,53 @@
+#pragma once
+
+#include "velk/LogUtil.h"
+#include "velk/Millisleep.h"
+
+#include <iostream>
+#include <sstream>
+#include <string>
+
+/// Takes what goes to std::cout and std::cerr while it lives. What a running thread logs is read
+/// under the mutex that it logs under.
+class LogCapture {
+public:
+    LogCapture() : cout(std::cout.rdbuf(outText.rdbuf())), cerr(std::cerr.rdbuf(errText.rdbuf())) {}
+    ~LogCapture()
+    {
+        std::cout.rdbuf(cout);
+        std::cerr.rdbuf(cerr);
+    }
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    /// What has come since the last call.
+    std::string out() { return take(outText); }
+    std::string err() { return take(errText); }
+
+    /// Returns when the text has been written to one of the two.
+    void waitFor(const std::string& text)
+    {
+        while (!has(text)) {
+            millisleep(1);
+        }
+    }
+
+private:
+    bool has(const std::string& text) const
+    {
+        const std::lock_guard<std::mutex> lock(LogUtil::logMutex);
+        return (outText.str() + errText.str()).find(text) != std::string::npos;
+    }
+    static std::string take(std::ostringstream& stream)
+    {
+        const std::lock_guard<std::mutex> lock(LogUtil::logMutex);
+        std::string text = stream.str();
+        stream.str("");
+        return text;
+    }
+
+    std::ostringstream outText;
+    std::ostringstream errText;
+    std::streambuf* cout;
+    std::streambuf* cerr;
+};
