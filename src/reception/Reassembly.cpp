@@ -3,6 +3,8 @@
 #include "reception/FrameFormat.h"
 #include "thread/LogLine.h"
 
+#include <algorithm>
+
 using namespace FrameFormat;
 
 namespace {
@@ -34,6 +36,14 @@ void CANTransportThread::checkFirstFrame(TPCANMsg& frame)
     if (debugLevel > 1) {
         LogLine::debug("checkFirstFrame") << frame;
     }
+    if (expectedFrame != EXPECT_FIRST_OR_SINGLE) {
+        showErrorAndClearBuffer(frame);
+        return;
+    }
+    sequenceCounter = 0;
+    startReception(announcedLengthOf(frame));
+    addReceivedData(shortIdOf(frame), &frame.data[2], firstFrameBytes);
+    sendFlowControl(CTP_FC_READY_TO_RECEIVE);
 }
 
 void CANTransportThread::checkConsecutiveFrame(TPCANMsg& frame)
@@ -41,6 +51,27 @@ void CANTransportThread::checkConsecutiveFrame(TPCANMsg& frame)
     if (debugLevel > 1) {
         LogLine::debug("checkConsecutiveFrame") << frame;
     }
+    if (expectedFrame != EXPECT_CONSECUTIVE) {
+        showErrorAndClearBuffer(frame);
+        return;
+    }
+    const int sequenceNumber = lowNibbleOf(frame);
+    if (sequenceNumber != sequenceCounter) {
+        LogLine::error("checkConsecutiveFrame")
+            << "sequence counter of consecutive frame wrong. Got " << sequenceNumber
+            << " but expected " << sequenceCounter;
+        refuseMessage();
+        return;
+    }
+    if (remainingLength < 0) { // behind a first frame that announced less than it carries
+        LogLine::error("checkConsecutiveFrame")
+            << "consecutive frame of a message that has " << -remainingLength << " bytes too many";
+        refuseMessage();
+        return;
+    }
+    sequenceCounter = (sequenceNumber + 1) % sequenceNumbers;
+    const int count = std::min(remainingLength, consecutiveFrameBytes);
+    addReceivedData(shortIdOf(frame), &frame.data[1], static_cast<unsigned int>(count));
 }
 
 /// What an ended reception has left behind must not get in front of the new message.

@@ -1,0 +1,153 @@
+#include "support/Endpoint.h"
+#include "support/LogCapture.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using Access = CANTransportThreadAccess;
+
+/// What the four error lines of a refusal are.
+std::string refusal(const std::string& word, const std::string& phase, const std::string& frame)
+{
+    const std::string tag = "[ERROR] CANTransportThread::";
+    return tag + "showError() received " + word + " but expected " + phase + "\n" + tag +
+           "showError() message:  0x00000456 8  " + frame + "\n" + tag +
+           "showErrorAndClearBuffer() send CTP_FC_NOT_READY_TO_RECEIVE\n" + tag +
+           "showErrorAndClearBuffer() receiveBuffer.clear()\n";
+}
+
+} // namespace
+
+TEST(MultiFrame, messagesOfEverySizeArriveWithTwoAnswers)
+{
+    for (const std::size_t size : {7U, 8U, 13U, 14U, 118U, 119U, 300U, 4095U}) {
+        Endpoint endpoint;
+        const Bytes message = pattern(size);
+        endpoint.frame({static_cast<int>(0x10 | size >> 8), static_cast<int>(size & 0xFF),
+                        message[0], message[1], message[2], message[3], message[4], message[5]});
+        EXPECT_EQ(endpoint.stateText(), "RCTS_RECEIVING ");
+        EXPECT_EQ(endpoint.timerMs(), 1000);
+        if (size == 7) {
+            endpoint.frame({0x20, message[6], 0xEE, 0xEE}); // what stands behind the end is ignored
+        } else {
+            endpoint.framesOf(message, 1);
+        }
+        EXPECT_EQ(endpoint.delivered(), std::vector<Bytes>{message}) << size;
+        EXPECT_EQ(endpoint.sent(), (Lines{fc(1), fc(3)})) << size;
+        EXPECT_EQ(endpoint.stateText(), "RCTS_IDLE");
+        EXPECT_FALSE(Access::receiving(endpoint));
+    }
+}
+
+TEST(MultiFrame, aFrameThatThePhaseDoesNotAllowIsRefusedAndChangesNothingElse)
+{
+    const std::string first = "first or single frame";
+    const std::string consecutive = "consecutive frame";
+    struct {
+        bool receiving;
+        int byte;
+        std::string word;
+        std::string phase;
+    } const rows[] = {
+        {false, 0x00, "single frame", first},      {true, 0x00, "single frame", consecutive},
+        {false, 0x08, "single frame", first},      {true, 0x0F, "single frame", consecutive},
+        {false, 0x40, "unknown frame", first},     {true, 0xFF, "unknown frame", consecutive},
+        {true, 0x01, "single frame", consecutive}, {true, 0x11, "first frame", consecutive},
+        {false, 0x20, "consecutive frame", first},
+    };
+    for (const auto& row : rows) {
+        LogCapture log;
+        Endpoint endpoint;
+        if (row.receiving) {
+            endpoint.framesOf(pattern(100), 0, 3);
+        } else {
+            endpoint.frame({0x01, 1});
+        }
+        endpoint.sent();
+        endpoint.delivered();
+        log.out();
+        Access::timeLeft(endpoint) = {0, 300000};
+        endpoint.frame({row.byte, 2});
+        char byte[8];
+        std::snprintf(byte, sizeof byte, "0x%02x", static_cast<unsigned int>(row.byte));
+        EXPECT_EQ(log.out(), refusal(row.word, row.phase,
+                                     byte + std::string(" 0x02 0x00 0x00 0x00 0x00 0x00 0x00")));
+        EXPECT_EQ(endpoint.sent(), Lines{fc(0)});
+        EXPECT_EQ(endpoint.delivered().size(), 0U);
+        EXPECT_EQ(Access::receiving(endpoint), row.receiving);
+        EXPECT_EQ(endpoint.stateText(), row.receiving ? "RCTS_RECEIVING " : "RCTS_IDLE");
+        EXPECT_EQ(Access::bytesReceived(endpoint), 0U);
+        EXPECT_EQ(endpoint.timerMs(), 300);
+    }
+}
+
+TEST(MultiFrame, aWrongSequenceNumberEndsTheReception)
+{
+    LogCapture log;
+    Endpoint endpoint;
+    endpoint.framesOf(pattern(100), 0, 3);
+    endpoint.sent();
+    log.out();
+    endpoint.frame({0x21});
+    EXPECT_EQ(log.out(), "[ERROR] CANTransportThread::checkConsecutiveFrame() sequence counter of "
+                         "consecutive frame wrong. Got 1 but expected 2\n");
+    endpoint.frame({0x22}); // the rest of the burst
+    EXPECT_EQ(endpoint.sent(), (Lines{fc(2), fc(0)}));
+    EXPECT_EQ(endpoint.stateText(), "RCTS_IDLE");
+    endpoint.framesOf(pattern(20));
+    EXPECT_EQ(endpoint.delivered(), std::vector<Bytes>{pattern(20)});
+}
+
+TEST(MultiFrame, theTailBehindARefusalIsCountedButNeverDelivered)
+{
+    LogCapture log;
+    Endpoint endpoint;
+    endpoint.framesOf(pattern(40), 0, 3);
+    endpoint.framesOf(pattern(40), 0, 1); // the sender's retry
+    endpoint.framesOf(pattern(40), 3);
+    EXPECT_EQ(endpoint.delivered().size(), 0U);
+    EXPECT_EQ(endpoint.sent(), (Lines{fc(1), fc(0)}));
+    EXPECT_EQ(endpoint.stateText(), "RCTS_IDLE");
+    EXPECT_FALSE(Access::receiving(endpoint));
+    endpoint.framesOf(pattern(40));
+    EXPECT_EQ(endpoint.delivered(), std::vector<Bytes>{pattern(40)});
+}
+
+TEST(MultiFrame, aFirstFrameOfSixBytesOrLessIsDeliveredAtOnceAndThenAnsweredReady)
+{
+    LogCapture log;
+    for (const int length : {0, 5, 6}) {
+        Endpoint endpoint;
+        endpoint.frame({0x10, length, 1, 2, 3, 4, 5, 6});
+        EXPECT_EQ(endpoint.delivered(), (std::vector<Bytes>{{1, 2, 3, 4, 5, 6}}));
+        EXPECT_EQ(endpoint.sent(), (Lines{fc(3), fc(1)}));
+        EXPECT_EQ(endpoint.stateText(), "RCTS_RECEIVING ");
+        log.out();
+        endpoint.frame({0x20, 9});
+        if (length == 6) { // nothing is missing: an empty message
+            EXPECT_EQ(endpoint.delivered(), std::vector<Bytes>{Bytes{}});
+            EXPECT_EQ(endpoint.sent(), Lines{fc(3)});
+        } else { // less than nothing is missing: as a wrong sequence number
+            EXPECT_EQ(log.out(),
+                      "[ERROR] CANTransportThread::checkConsecutiveFrame() consecutive frame of a "
+                      "message that has " +
+                          std::to_string(6 - length) + " bytes too many\n");
+            EXPECT_EQ(endpoint.delivered().size(), 0U);
+            EXPECT_EQ(endpoint.sent(), Lines{fc(2)});
+        }
+        EXPECT_EQ(endpoint.stateText(), "RCTS_IDLE");
+    }
+}
+
+TEST(MultiFrame, aProxyThatIsGoneCostsALineAndChangesTheStateAllTheSame)
+{
+    LogCapture log;
+    Endpoint endpoint;
+    endpoint.setConnection(-1);
+    endpoint.frame({0x10, 20, 1, 2, 3, 4, 5, 6});
+    EXPECT_EQ(log.err(),
+              "[ERROR] CANTransportThread::sendCANMessage() failed to send data to the CAN "
+              "proxy: \nerrno 9: Bad file descriptor\n");
+    EXPECT_EQ(endpoint.stateText(), "RCTS_RECEIVING ");
+}
