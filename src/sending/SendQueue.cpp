@@ -1,11 +1,49 @@
 #include "velk/CANTransportThread.h"
 
+#include "reception/FrameFormat.h"
 #include "thread/DescriptorSet.h"
 #include "thread/LogLine.h"
 
 #include <mutex>
 
-void CANTransportThread::processSendQueue() {}
+/// Sends what may go out before the peer has to answer: a single frame, a first frame, or all
+/// consecutive frames of a message.
+void CANTransportThread::processSendQueue()
+{
+    if ((state & RCTS_WAIT_FOR_FC) != 0) {
+        return;
+    }
+    const std::lock_guard<Mutex> lock(queueMutex);
+    if (sendQueue.empty()) {
+        return;
+    }
+    Frames& frames = *sendQueue.front();
+    if ((state & RCTS_SENDING) == 0) {
+        state |= RCTS_SENDING;
+        msgPart = frames.begin();
+    } else if (msgPart == frames.end()) {
+        failAtEndOfVector("reached end of vector - be confused :-/");
+        return;
+    } else if (++msgPart == frames.end()) {
+        failAtEndOfVector("reached end of vector (2) - be confused :-/");
+        return;
+    }
+    sendCANMessage(*msgPart);
+    if (FrameFormat::kindOf(*msgPart) == CTP_CONSECUTIVE_FRAME) {
+        for (++msgPart; msgPart != frames.end(); ++msgPart) {
+            sendCANMessage(*msgPart);
+        }
+    }
+    setSelectTimeout(1, 0);
+    state |= RCTS_WAIT_FOR_FC;
+}
+
+/// The message stays at the front and starts again with the next expiry.
+void CANTransportThread::failAtEndOfVector(const char* text)
+{
+    LogLine::error("processSendQueue") << text;
+    state = RCTS_IDLE;
+}
 
 void CANTransportThread::clear(bool includeCurrent)
 {
