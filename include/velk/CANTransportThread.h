@@ -161,6 +161,7 @@ private:
     void checkFirstFrame(TPCANMsg& frame);
     void checkConsecutiveFrame(TPCANMsg& frame);
     void startReception(int length);
+    struct ReceptionEnd;
     void addReceivedData(unsigned short canID, const unsigned char* bytes, unsigned int count);
     bool deliver(unsigned short canID);
     void showError(TPCANMsg& frame);

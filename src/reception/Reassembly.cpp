@@ -83,6 +83,19 @@ void CANTransportThread::startReception(int length)
     remainingLength = length;
 }
 
+/// Puts reception back to its start, also when a stop or an exception leaves the delivery: the peer,
+/// left without an answer, then tries again with a first frame.
+struct CANTransportThread::ReceptionEnd {
+    CANTransportThread& endpoint;
+
+    ~ReceptionEnd()
+    {
+        endpoint.state &= ~RCTS_RECEIVING;
+        endpoint.receiveBuffer.clear();
+        endpoint.expectedFrame = EXPECT_FIRST_OR_SINGLE;
+    }
+};
+
 void CANTransportThread::addReceivedData(unsigned short canID, const unsigned char* bytes,
                                          unsigned int count)
 {
@@ -96,12 +109,10 @@ void CANTransportThread::addReceivedData(unsigned short canID, const unsigned ch
     if (remainingLength > 0) {
         return;
     }
+    const ReceptionEnd end{*this};
     // Of a spoiled message only the tail is at hand. The peer has been told when it was spoiled; a
     // second refusal for the same attempt would count against its next one.
     if (!receptionSpoiled) {
         sendFlowControl(deliver(canID) ? CTP_FC_ACKNOWLEDGE : CTP_FC_NOT_ACKNOWLEDGE);
     }
-    state &= ~RCTS_RECEIVING;
-    receiveBuffer.clear();
-    expectedFrame = EXPECT_FIRST_OR_SINGLE;
 }

@@ -33,7 +33,4 @@ void LogLine::systemError(const char* operation, const char* text, int error)
     LogUtil::printError(error);
 }
 
-void LogLine::clientError(const char* operation, const char* text)
-{
-    LogLine(std::cerr, "[ERROR] ", operation) << text;
-}
+LogLine LogLine::clientError(const char* operation) { return {std::cerr, "[ERROR] ", operation}; }

@@ -17,7 +17,7 @@ public:
     /// The line of a failed system call with the text of `error` behind it, all on std::cerr.
     static void systemError(const char* operation, const char* text, int error);
     /// A fault of the client's own code, on std::cerr.
-    static void clientError(const char* operation, const char* text);
+    static LogLine clientError(const char* operation);
 
     ~LogLine();
     LogLine(const LogLine&) = delete;

@@ -21,9 +21,8 @@ void CANTransportThread::report(const char* operation, statuschange_t status, un
     } catch (const abi::__forced_unwind&) {
         throw; // the end of the thread, no exception
     } catch (const std::exception& error) {
-        LogLine::clientError(operation,
-                             (std::string("exception from the delegate: ") + error.what()).c_str());
+        LogLine::clientError(operation) << "exception from the delegate: " << error.what();
     } catch (...) {
-        LogLine::clientError(operation, "exception from the delegate: not a std::exception");
+        LogLine::clientError(operation) << "exception from the delegate: not a std::exception";
     }
 }

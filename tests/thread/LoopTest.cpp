@@ -45,8 +45,6 @@ void drain(int descriptor)
     }
 }
 
-const unsigned char single[8] = {0x01, 0x41};
-
 } // namespace
 
 TEST(Loop, tellsItsStepsAtLevelThree)
@@ -155,20 +153,24 @@ TEST(Loop, aProxyThatIsGoneIsAnErrorLineAndNoSignal)
 TEST(Loop, stopGetsThroughToAClientThatDoesNotReadAndStartGoesOn)
 {
     LogCapture log;
-    Endpoint endpoint;
+    Endpoint endpoint(2);
+    Bytes attempt;
+    for (const auto& frame : cut(pattern(20))) {
+        CANExtTraceMessage(frame.canID, frame.data, frame.len).createByteArray(attempt, true, true);
+    }
     fill(Access::outputWriteEnd(endpoint));
     endpoint.start();
-    endpoint.write(bytesOf(CANExtTraceMessage(1, single, 8)));
-    endpoint.write(bytesOf(CANTransportTraceMessage({7}))); // waits behind the frame
-    log.waitFor("CTT_CONNECTED");
+    endpoint.write(attempt);
+    endpoint.write(bytesOf(CANTransportTraceMessage({7}))); // waits behind the frames
+    log.waitFor("checkConsecutiveFrame()  0x00000456 8  0x21");
     endpoint.stop();
-    EXPECT_EQ(endpoint.sent(), Lines{});
+    EXPECT_EQ(endpoint.sent(), Lines{fc(1)});
     drain(endpoint.outputEnd);
     endpoint.start();
-    endpoint.write(bytesOf(CANExtTraceMessage(1, single, 8)));
+    endpoint.write(attempt);
     waitReadable(endpoint.outputEnd);
     endpoint.stop();
-    EXPECT_EQ(endpoint.delivered(), (std::vector<Bytes>{{0x41}}));
+    EXPECT_EQ(endpoint.delivered(), std::vector<Bytes>{pattern(20)});
     EXPECT_EQ(endpoint.sent().front(), "01 07 00 00 00 00 00 00");
 }
 
