@@ -170,7 +170,9 @@ private:
 
     // src/sending: segmentation, the queue, retries, the peer's answers
     void prepareData(const unsigned char* bytes, unsigned int length);
+    bool noMessage();
     void processSendQueue();
+    struct Attempt;
     void failAtEndOfVector(const char* text);
     void handleTimeout();
     void handleSendError(bool resend);

@@ -68,6 +68,10 @@ void CANTransportThread::handleRefusal(int code)
     LogLine::error("checkFlowControl")
         << "CTP_FC_NOT_ACKNOWLEDGE or CTP_FC_NOT_READY_TO_RECEIVE received [" << code << "]";
     millisleep(pauseMs);
+    if (noMessage()) {
+        logMessageHasGone();
+        return;
+    }
     handleSendError(true);
 }
 
@@ -99,7 +103,7 @@ void CANTransportThread::handleAcknowledge()
     setSelectTimeout(0, 10); // the pause before the next message; its line tells of the end
 }
 
-/// A clear() on another thread came between the test of the wait flag and the look at the front.
+/// A clear() on another thread came behind the test of the wait flag.
 void CANTransportThread::logMessageHasGone()
 {
     if (debugLevel != 0) {

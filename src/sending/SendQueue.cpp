@@ -6,6 +6,20 @@
 
 #include <mutex>
 
+/// What a stop or an exception breaks off in the middle starts again with the first frame: nobody
+/// knows which frames have left.
+struct CANTransportThread::Attempt {
+    std::atomic<int>& flags;
+    bool complete = false;
+
+    ~Attempt()
+    {
+        if (!complete) {
+            flags &= ~RCTS_SENDING;
+        }
+    }
+};
+
 /// Sends what may go out before the peer has to answer: a single frame, a first frame, or all
 /// consecutive frames of a message.
 void CANTransportThread::processSendQueue()
@@ -28,6 +42,7 @@ void CANTransportThread::processSendQueue()
         failAtEndOfVector("reached end of vector (2) - be confused :-/");
         return;
     }
+    Attempt attempt{state};
     sendCANMessage(*msgPart);
     if (FrameFormat::kindOf(*msgPart) == CTP_CONSECUTIVE_FRAME) {
         for (++msgPart; msgPart != frames.end(); ++msgPart) {
@@ -36,6 +51,7 @@ void CANTransportThread::processSendQueue()
     }
     setSelectTimeout(1, 0);
     state |= RCTS_WAIT_FOR_FC;
+    attempt.complete = true;
 }
 
 /// The message stays at the front and starts again with the next expiry.
@@ -63,16 +79,19 @@ void CANTransportThread::clear(bool includeCurrent)
     }
 }
 
+bool CANTransportThread::noMessage()
+{
+    const std::lock_guard<Mutex> lock(queueMutex);
+    return sendQueue.empty();
+}
+
 bool CANTransportThread::sendQueueEmpty()
 {
     if (inputPipe[0] == -1) {
         return false;
     }
-    {
-        const std::lock_guard<Mutex> lock(queueMutex);
-        if (!sendQueue.empty()) {
-            return false;
-        }
+    if (!noMessage()) {
+        return false;
     }
     DescriptorSet input(inputPipe[0]);
     input.fill();

@@ -8,16 +8,16 @@
 #include "thread/LogLine.h"
 
 #include <cerrno>
-#include <mutex>
 
 void CANTransportThread::threadCode()
 {
     LogLine::info("threadCode") << "Start CANTransportThread";
     throwUnlessOpen();
     DescriptorSet input(inputPipe[0]);
-    setSelectTimeout(5, 0);
-    // What a stop or an exception has left in the buffer would not wake select().
-    handleData();
+    if (idle()) { // what a stop or an exception has broken off keeps the timer that it had
+        setSelectTimeout(5, 0);
+    }
+    handleData(); // what it has left in the buffer would not wake select()
     for (;;) {
         wakeUp(input);
         checkInvariants();
@@ -50,11 +50,7 @@ void CANTransportThread::wakeUp(DescriptorSet& input)
 
 bool CANTransportThread::idle()
 {
-    bool queueEmpty = false;
-    {
-        const std::lock_guard<Mutex> lock(queueMutex);
-        queueEmpty = sendQueue.empty();
-    }
+    const bool queueEmpty = noMessage(); // read first: no lock is held for the state
     return state == RCTS_IDLE && queueEmpty;
 }
 

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+
 namespace {
 
 using Access = CANTransportThreadAccess;
@@ -252,4 +254,21 @@ TEST(FlowControl, aGiveUpThroughRefusalsEndsARunningReceptionInSilence)
     EXPECT_EQ(endpoint.stateText(), "RCTS_IDLE");
     endpoint.framesOf(pattern(40));
     EXPECT_EQ(endpoint.delivered(), std::vector<Bytes>{pattern(40)});
+}
+
+TEST(FlowControl, aMessageClearedInThePauseOfARefusalCostsNoAttempt)
+{
+    LogCapture log;
+    Endpoint endpoint(1);
+    endpoint.request({1});
+    std::thread client([&] {
+        log.waitFor("received [2]");
+        endpoint.clear(true); // within the 10 ms, or a moment behind them on a busy machine
+    });
+    endpoint.flowControl(2);
+    client.join();
+    const bool inThePause =
+        log.out().find("the message has been cleared meanwhile") != std::string::npos;
+    EXPECT_EQ(Access::retries(endpoint), inThePause ? 0 : 1);
+    EXPECT_TRUE(endpoint.sendQueueEmpty());
 }
