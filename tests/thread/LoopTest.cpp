@@ -180,6 +180,7 @@ TEST(Loop, stopGetsThroughToAProxyThatDoesNotTakeAndTheMessageStartsAfresh)
     Endpoint endpoint(1);
     fill(endpoint.proxyPipe[1]);
     endpoint.start();
+    log.waitFor("state = RCTS_IDLE");
     endpoint.write(bytesOf(CANTransportTraceMessage(pattern(20))));
     log.waitFor("CAN write to canProxyFD");
     endpoint.stop();
