@@ -160,12 +160,22 @@ TraceMessageBuffer::Verdict TraceMessageBuffer::inspect(std::size_t position) co
     return bodyFitsId(id, record, length) ? Verdict::complete : Verdict::garbage;
 }
 
-/// A record whose writer was cut off takes the beginning of the next one for its own end. It shows
-/// by what follows: no header stands where the next record should begin, but one stands inside.
+/// A record whose writer was cut off takes the beginning of the next one for its own end. It shows by
+/// what follows: no header stands where the next record should begin, but one stands inside whose
+/// record goes on beyond. (A record that lies wholly inside is a message's own content.)
 bool TraceMessageBuffer::swallowsARecord() const
 {
     const std::size_t end = first + recordLength(first);
-    return inspect(end) == Verdict::garbage && nextCandidate() < end;
+    if (inspect(end) != Verdict::garbage) {
+        return false;
+    }
+    for (std::size_t position = first + 1; position < end; ++position) {
+        if (inspect(position) != Verdict::garbage &&
+            (bytes.size() - position < decisiveSize || position + recordLength(position) > end)) {
+            return true;
+        }
+    }
+    return false;
 }
 
 /// The next position behind `first` where a record can stand, or the end of the bytes.

@@ -1,6 +1,7 @@
 #include "velk/CANTransportThread.h"
 
 #include "reception/FrameFormat.h"
+#include "reception/ReceptionEnd.h"
 #include "thread/LogLine.h"
 
 #include <algorithm>
@@ -82,19 +83,6 @@ void CANTransportThread::startReception(int length)
     receptionSpoiled = false;
     remainingLength = length;
 }
-
-/// Puts reception back to its start, also when a stop or an exception leaves the delivery: the peer,
-/// left without an answer, then tries again with a first frame.
-struct CANTransportThread::ReceptionEnd {
-    CANTransportThread& endpoint;
-
-    ~ReceptionEnd()
-    {
-        endpoint.state &= ~RCTS_RECEIVING;
-        endpoint.receiveBuffer.clear();
-        endpoint.expectedFrame = EXPECT_FIRST_OR_SINGLE;
-    }
-};
 
 void CANTransportThread::addReceivedData(unsigned short canID, const unsigned char* bytes,
                                          unsigned int count)

@@ -1,6 +1,7 @@
 #include "velk/CANTransportThread.h"
 
 #include "reception/FrameFormat.h"
+#include "reception/ReceptionEnd.h"
 #include "thread/LogLine.h"
 
 namespace {
@@ -46,6 +47,6 @@ void CANTransportThread::showErrorAndClearBuffer(TPCANMsg& frame)
 /// The answer to a message that cannot become whole: its reception ends.
 void CANTransportThread::refuseMessage()
 {
+    const ReceptionEnd end{*this};
     sendFlowControl(CTP_FC_NOT_ACKNOWLEDGE);
-    receiveBuffer.clear();
 }

@@ -9,8 +9,7 @@ void CANTransportThread::handleTimeout()
         LogLine::debug("handleTimeout") << "state = " << printState(state);
     }
     if ((state & RCTS_RECEIVING) != 0) {
-        sendFlowControl(CTP_FC_NOT_ACKNOWLEDGE);
-        receiveBuffer.clear();
+        refuseMessage();
         report("handleTimeout", CTT_RECEIVE_TIMEOUT, 0);
     }
     if ((state & RCTS_WAIT_FOR_FC) != 0) {

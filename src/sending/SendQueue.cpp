@@ -6,16 +6,17 @@
 
 #include <mutex>
 
-/// What a stop or an exception breaks off in the middle starts again with the first frame: nobody
-/// knows which frames have left.
+/// What a stop or an exception breaks off in the middle starts again with the first frame, for nobody
+/// knows which frames have left, and when the second that the peer gives a reception has passed.
 struct CANTransportThread::Attempt {
-    std::atomic<int>& flags;
+    CANTransportThread& endpoint;
     bool complete = false;
 
     ~Attempt()
     {
         if (!complete) {
-            flags &= ~RCTS_SENDING;
+            endpoint.state &= ~RCTS_SENDING;
+            endpoint.setSelectTimeout(1, 0);
         }
     }
 };
@@ -42,7 +43,7 @@ void CANTransportThread::processSendQueue()
         failAtEndOfVector("reached end of vector (2) - be confused :-/");
         return;
     }
-    Attempt attempt{state};
+    Attempt attempt{*this};
     sendCANMessage(*msgPart);
     if (FrameFormat::kindOf(*msgPart) == CTP_CONSECUTIVE_FRAME) {
         for (++msgPart; msgPart != frames.end(); ++msgPart) {

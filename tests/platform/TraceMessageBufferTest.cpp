@@ -170,9 +170,9 @@ TEST_F(TraceMessageBufferTest, dropsExactlyWhatIsNoRecord)
 TEST_F(TraceMessageBufferTest, aMessageThatCarriesRecordsIsOneMessage)
 {
     const Bytes tunnel = bytesOf(CANTransportTraceMessage(joined({frameRecord, frameRecord})));
-    write(joined({tunnel, frameRecord}));
-    EXPECT_EQ(takeAll(), "message message ");
-    EXPECT_EQ(given[0], tunnel);
+    write(joined({tunnel, frameRecord, tunnel, {1}}));
+    EXPECT_EQ(takeAll(), "message message message dropped 1 ");
+    EXPECT_EQ(given, (std::vector<Bytes>{tunnel, frameRecord, tunnel}));
 }
 
 TEST_F(TraceMessageBufferTest, readsAgainOnlyWhenNoCompleteRecordWaits)
