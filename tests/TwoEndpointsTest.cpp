@@ -171,7 +171,7 @@ TEST(TwoEndpoints, aLostAcknowledgementDeliversTwice)
     EXPECT_EQ(bus.a.statuses().back(), "CTT_ACKNOWLEDGED 65");
 }
 
-TEST(TwoEndpoints, aLostConsecutiveFrameCostsOneAttempt)
+TEST(TwoEndpoints, aLostConsecutiveFrameIsMadeUpForByRetries)
 {
     Pair bus;
     bus.a.request(pattern(40));

@@ -30,7 +30,13 @@ class DescriptorSet;
 /// the descriptor of setConnection(), one `CANExtTraceMessage` and one write(2) each. At the end:
 /// Thread::stop(), then the destructor.
 ///
-/// Delivery is at least once: where an acknowledgement is lost on the bus, the message comes twice.
+/// The bus format has neither message numbers nor a checksum. Delivery is at least once: where an
+/// acknowledgement is lost, the message comes twice. Where one comes twice or late, it can end a later
+/// message than its own. Frames of any CAN id are taken for the peer's, so let only those through. A
+/// message of several frames has 1 s from its first frame to its last, which nothing extends.
+///
+/// The log goes to std::cout and std::cerr, each line under LogUtil::logMutex; a client that prints
+/// at the same time takes that mutex. Lines that a stalled stdout blocks block the endpoint.
 ///
 /// The input descriptor has one writer at a time: a record of more than `PIPE_BUF` (4096) bytes is
 /// no atomic write, so a client that writes from several threads serialises them.
@@ -76,7 +82,9 @@ public:
     };
 
     static constexpr unsigned int MAX_MESSAGE_LENGTH = 4095; ///< Bytes.
-    static constexpr int SEND_RETRY_LIMIT = 4; ///< Retries behind the first transmission.
+    /// Retries behind the first transmission. A peer that is ready for the rest of a message gives
+    /// all of them back.
+    static constexpr int SEND_RETRY_LIMIT = 4;
 
     /// One classic CAN frame.
     struct TPCANMsg {
@@ -122,13 +130,14 @@ public:
     void getFileDescriptors(int& readDescriptor, int& writeDescriptor) const;
 
     /// Drops the messages that wait to be sent. With `includeCurrent` also the one under way, whose
-    /// outcome then stays unknown: the peer may have it. Dropped messages are not reported.
-    /// From any thread, from the delegate too. Blocks while a burst of frames goes out.
+    /// outcome then stays unknown: the peer may have it. Between two attempts no message is under way.
+    /// Dropped messages are not reported; requests that the endpoint has not handled yet are not
+    /// dropped. From any thread, from the delegate too. Blocks while a burst of frames goes out, so as
+    /// long as a proxy does not take it.
     void clear(bool includeCurrent);
     /// True if no message is queued or under way and nothing waits in the input pipe, frames of the
-    /// bus included. A request that the endpoint is just taking from the pipe is not seen. False
-    /// before open(). From any thread, from the delegate too. Blocks while a burst of frames goes
-    /// out.
+    /// bus included. What the endpoint has read and not yet handled, at most 64 KiB, is not seen.
+    /// False before open(). From any thread, from the delegate too. Blocks as clear() does.
     bool sendQueueEmpty();
 
 private:

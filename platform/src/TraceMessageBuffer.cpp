@@ -18,6 +18,8 @@ namespace {
 constexpr std::size_t readSize = 65536;
 constexpr std::size_t idleCapacity = 4096; ///< Kept while nothing waits; more is given back.
 constexpr std::size_t decisiveSize = 8;    ///< Marker, id and length: enough to judge a header.
+constexpr unsigned char markerStart = TraceFormat::marker & 0xFF;
+constexpr std::size_t longestSent = headerSize + TraceFormat::transportPayloadOffset + 4095;
 
 bool lengthFitsId(msgid_t id, std::size_t length)
 {
@@ -169,8 +171,10 @@ bool TraceMessageBuffer::swallowsARecord() const
     if (inspect(end) != Verdict::garbage) {
         return false;
     }
-    for (std::size_t position = first + 1; position < end; ++position) {
-        if (inspect(position) != Verdict::garbage &&
+    // No sender writes a longer record, and the bound keeps nested headers from costing more and more.
+    const std::size_t from = end - std::min(end - first - 1, longestSent);
+    for (std::size_t position = from; position < end; ++position) {
+        if (bytes[position] == markerStart && inspect(position) != Verdict::garbage &&
             (bytes.size() - position < decisiveSize || position + recordLength(position) > end)) {
             return true;
         }

@@ -15,9 +15,12 @@ LogLine::LogLine(std::ostream& destination, const char* tag, const char* operati
 
 LogLine::~LogLine()
 {
-    stream << std::endl;
     stream.flags(flags);
     stream.fill(fill);
+    try {
+        stream << std::endl;
+    } catch (const std::ios_base::failure&) { // a client may have asked its streams to throw
+    }
 }
 
 LogLine LogLine::debug(const char* operation) { return {std::cout, "[DEBUG] ", operation}; }

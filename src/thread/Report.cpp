@@ -21,7 +21,8 @@ void CANTransportThread::report(const char* operation, statuschange_t status, un
     } catch (const abi::__forced_unwind&) {
         throw; // the end of the thread, no exception
     } catch (const std::exception& error) {
-        LogLine::clientError(operation) << "exception from the delegate: " << error.what();
+        const char* text = error.what(); // the client's code too: not under the log's mutex
+        LogLine::clientError(operation) << "exception from the delegate: " << text;
     } catch (...) {
         LogLine::clientError(operation) << "exception from the delegate: not a std::exception";
     }

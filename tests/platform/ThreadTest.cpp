@@ -1,6 +1,7 @@
 #include "velk/Thread.h"
 
 #include "velk/CancellableScope.h"
+#include "velk/Millisleep.h"
 #include "velk/VelkException.h"
 
 #include "support/LogCapture.h"
@@ -150,4 +151,20 @@ TEST(Thread, blocksSigpipeAloneAndOnlyForItself)
         EXPECT_EQ(sigismember(&thread, signal), signal == SIGPIPE ? 1 : sigismember(&own, signal));
     }
     EXPECT_EQ(sigismember(&own, SIGPIPE), 0);
+}
+
+TEST(Thread, aStopWaitsForTheNextCancellableScope)
+{
+    std::promise<void> entered;
+    bool untouched = false;
+    Worker worker([&] {
+        entered.set_value();
+        millisleep(20); // a cancellation point, but for the rule
+        untouched = true;
+        blockForEver();
+    });
+    worker.start();
+    entered.get_future().wait();
+    worker.stop();
+    EXPECT_TRUE(untouched);
 }

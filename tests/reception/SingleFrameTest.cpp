@@ -59,17 +59,21 @@ TEST(SingleFrame, withoutADelegateNothingIsReported)
 
 TEST(SingleFrame, anExceptionOfTheDelegateIsLoggedAndGoesNoFurther)
 {
-    LogCapture log;
-    Endpoint endpoint;
-    std::function<void(CANTransportThread::statuschange_t, unsigned short)> faulty =
-        [](CANTransportThread::statuschange_t, unsigned short) {
-            throw std::runtime_error("oops");
-        };
-    endpoint.setDelegate(faulty);
-    endpoint.frame({0x01, 5});
-    EXPECT_EQ(log.err(),
-              "[ERROR] CANTransportThread::handleCANData() exception from the delegate: oops\n");
-    EXPECT_EQ(endpoint.delivered().size(), 1U);
+    for (const bool standard : {true, false}) {
+        LogCapture log;
+        Endpoint endpoint;
+        std::function<void(CANTransportThread::statuschange_t, unsigned short)> faulty =
+            [standard](CANTransportThread::statuschange_t, unsigned short) {
+                standard ? throw std::runtime_error("oops") : throw 1;
+            };
+        endpoint.setDelegate(faulty);
+        endpoint.frame({0x01, 5});
+        EXPECT_EQ(log.err(),
+                  std::string(
+                      "[ERROR] CANTransportThread::handleCANData() exception from the delegate: ") +
+                      (standard ? "oops\n" : "not a std::exception\n"));
+        EXPECT_EQ(endpoint.delivered().size(), 1U);
+    }
 }
 
 TEST(SingleFrame, theIdOnTheBusHasElevenBits)

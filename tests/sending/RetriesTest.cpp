@@ -119,15 +119,6 @@ TEST(Retries, clearDoesNotGiveANewMessageItsAttemptsBack)
     EXPECT_TRUE(endpoint.sendQueueEmpty());
 }
 
-TEST(Retries, anExpiryAtRestOnlyTellsTheState)
-{
-    LogCapture log;
-    Endpoint endpoint(1);
-    endpoint.expire();
-    EXPECT_EQ(log.out(), "[DEBUG] CANTransportThread::handleTimeout() state = RCTS_IDLE\n");
-    EXPECT_EQ(endpoint.sent(), Lines{});
-}
-
 TEST(Retries, anExpiryEndsTheReception)
 {
     LogCapture log;

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 Endpoint::Endpoint(int level) : CANTransportThread(level)
@@ -73,21 +75,51 @@ std::unique_ptr<MessageBase> next(TraceMessageBuffer& buffer)
     return buffer.getNextMessage();
 }
 
+int fullPipe()
+{
+    int ends[2] = {-1, -1};
+    if (::pipe2(ends, O_NONBLOCK) == -1) {
+        throw std::runtime_error("no full pipe");
+    }
+    const Bytes page(4096);
+    while (::write(ends[1], page.data(), page.size()) > 0) {
+    }
+    return ends[1];
+}
+
+/// Nobody reads from it. Who writes to it has SIGPIPE blocked.
+int brokenPipe()
+{
+    int ends[2] = {-1, -1};
+    if (::pipe(ends) == -1) {
+        throw std::runtime_error("no broken pipe");
+    }
+    ::close(ends[0]);
+    return ends[1];
+}
+
 } // namespace
+
+std::vector<CANTransportThread::TPCANMsg> Endpoint::sentFrames()
+{
+    std::vector<TPCANMsg> frames;
+    while (const auto message = next(*proxy)) {
+        const auto& record = dynamic_cast<CANExtTraceMessage&>(*message);
+        TPCANMsg frame{record.canID, record.length, {}};
+        std::copy_n(record.data, 8, frame.data);
+        frames.push_back(frame);
+    }
+    return frames;
+}
 
 Lines Endpoint::sent()
 {
-    Lines frames;
-    while (const auto message = next(*proxy)) {
-        const auto& frame = dynamic_cast<CANExtTraceMessage&>(*message);
-        TPCANMsg record{frame.canID, frame.length, {}};
-        std::copy_n(frame.data, 8, record.data);
-        frames.push_back(hex(record));
-        if (frame.canID != ownId || frame.length != 8) {
-            frames.back() += " under another id or length";
-        }
+    Lines lines;
+    for (const TPCANMsg& frame : sentFrames()) {
+        const bool own = frame.canID == ownId && frame.len == 8;
+        lines.push_back(hex(frame) + (own ? "" : " under another id or length"));
     }
-    return frames;
+    return lines;
 }
 
 std::vector<Bytes> Endpoint::delivered()
@@ -99,6 +131,42 @@ std::vector<Bytes> Endpoint::delivered()
         lastDeliveredId = transport.canID;
     }
     return messages;
+}
+
+void Endpoint::breakProxy(bool full)
+{
+    static const int broken[2] = {fullPipe(), brokenPipe()};
+    setConnection(full ? broken[0] : broken[1]);
+}
+
+void Endpoint::breakClient() { savedOutput = std::exchange(Access::outputWriteEnd(*this), -1); }
+
+void Endpoint::mendClient() { Access::outputWriteEnd(*this) = std::exchange(savedOutput, -1); }
+
+int Endpoint::outputWaiting() const
+{
+    int bytes = 0;
+    ioctl(clientEnd, FIONREAD, &bytes);
+    return bytes;
+}
+
+CANTransportThreadAccess::Snapshot CANTransportThreadAccess::snapshot(CANTransportThread& e)
+{
+    const std::size_t frames = e.sendQueue.empty() ? 0 : e.sendQueue.front()->size();
+    const bool sending = (e.state & CANTransportThread::RCTS_SENDING) != 0;
+    const auto position = sending ? e.msgPart - e.sendQueue.front()->begin() : 0;
+    return {e.state,
+            receiving(e),
+            e.sequenceCounter,
+            e.remainingLength,
+            e.receiveBuffer.size(),
+            e.receptionSpoiled,
+            e.sendQueue.size(),
+            frames,
+            static_cast<std::size_t>(position),
+            e.sendRetry,
+            e.connected,
+            inUs(e.selectTimeoutLeft)};
 }
 
 Lines Endpoint::statuses()

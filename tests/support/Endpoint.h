@@ -11,6 +11,29 @@ using Lines = std::vector<std::string>;
 
 /// The door to what is private in an endpoint.
 struct CANTransportThreadAccess {
+    /// All that an event can change.
+    struct Snapshot {
+        int state;
+        bool consecutive; ///< The receive phase.
+        int sequence;
+        int remaining;
+        std::size_t received;
+        bool spoiled;
+        std::size_t queued;
+        std::size_t frames;   ///< Of the front message.
+        std::size_t position; ///< Of msgPart in them, while sending.
+        int retries;
+        bool connected;
+        long timerUs; ///< What is left.
+    };
+    static Snapshot snapshot(CANTransportThread& e);
+    static long selectedUs(CANTransportThread& e) { return inUs(e.selectTimeout); }
+    static void setTimeLeft(CANTransportThread& e, long us)
+    {
+        e.selectTimeoutLeft = {us / 1000000, us % 1000000};
+    }
+    static long inUs(const timeval& time) { return time.tv_sec * 1000000 + time.tv_usec; }
+    static void checkInvariants(CANTransportThread& e) { e.checkInvariants(); }
     static int& retries(CANTransportThread& endpoint) { return endpoint.sendRetry; }
     static int state(const CANTransportThread& endpoint) { return endpoint.state; }
     static bool receiving(const CANTransportThread& endpoint)
@@ -71,6 +94,7 @@ public:
     void expire() { Access::expire(*this); }
 
     /// The frames that have left since the last call, as their data bytes in hexadecimal.
+    std::vector<TPCANMsg> sentFrames();
     Lines sent();
     /// The messages that the client has got since the last call.
     std::vector<Bytes> delivered();
@@ -80,12 +104,19 @@ public:
     long timerMs(); ///< What is left of the timer.
     std::string stateText() const { return Access::printState(Access::state(*this)); }
 
+    void breakProxy(bool full); ///< Full and non-blocking, or gone.
+    void mendProxy() { setConnection(proxyPipe[1]); }
+    void breakClient(); ///< No message can be delivered.
+    void mendClient();
+    int outputWaiting() const; ///< Bytes that the client has not read.
+
     int inputEnd = -1;  ///< Where the client and the bus write.
     int outputEnd = -1; ///< Where the client reads.
     int proxyPipe[2] = {-1, -1};
 
 private:
     int clientEnd = -1; ///< outputEnd again, non-blocking.
+    int savedOutput = -1;
     std::unique_ptr<TraceMessageBuffer> proxy;
     std::unique_ptr<TraceMessageBuffer> client;
     Lines heard;

@@ -32,7 +32,8 @@ public:
 
     /// Ends the thread from outside and returns when it is gone. Harmless if it never ran or has
     /// ended. Blocks for as long as the thread stays outside of a CancellableScope, so as long as a
-    /// call of the client's own code on that thread lasts. From any thread but the one to be ended.
+    /// call of the client's own code on that thread lasts. An exception's pause of 10 ms is such a
+    /// scope. From any thread but the one to be ended.
     /// @throws VelkException if called from the thread itself.
     void stop();
 

@@ -1,0 +1,9 @@
+#pragma once
+
+#include "velk/CANTransportThread.h"
+
+#include <string>
+
+/// What a frame says, in words: `SF len 7`, `FF len 20`, `CF 3`, `FC acknowledge`; `unknown 0x7a` for
+/// a first byte that has no meaning.
+std::string frameWords(const CANTransportThread::TPCANMsg& frame);

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+/// The file to transfer.
+struct Input {
+    std::string name;
+    std::vector<unsigned char> bytes;
+};
+
+/// Reads a whole regular file; with no name the one that stands beside the program.
+/// @throws std::runtime_error with a text for the user.
+Input readInput(const std::string& name);

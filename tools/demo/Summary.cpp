@@ -1,0 +1,102 @@
+#include "demo/Summary.h"
+
+#include "bus/Pace.h"
+#include "demo/Exchange.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <iomanip>
+#include <sstream>
+
+namespace {
+
+constexpr unsigned int dataBytesOfFrame = 8;
+constexpr double hopelessChance = 0.05; ///< Of one attempt to come through without a fault.
+
+std::size_t longestMessage(const DemoOptions& options, std::size_t fileBytes)
+{
+    return std::min(options.longestMessage(), fileBytes + 1);
+}
+
+std::size_t framesBehindTheFirst(std::size_t messageBytes)
+{
+    return messageBytes <= 7 ? 1 : messageBytes / 7; // (bytes - 6) / 7, rounded up
+}
+
+std::string perSecond(double amount, std::chrono::duration<double> time)
+{
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(0) << amount / std::max(time.count(), 1e-6);
+    return text.str();
+}
+
+std::string seconds(std::chrono::duration<double> time)
+{
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(2) << time.count() << " s";
+    return text.str();
+}
+
+template <typename Number> std::string counted(Number number, const std::string& what)
+{
+    return std::to_string(number) + ' ' + what;
+}
+
+} // namespace
+
+std::string paceWarning(const DemoOptions& options, std::size_t fileBytes)
+{
+    const std::size_t longest = longestMessage(options, fileBytes);
+    const std::size_t sharingTheBus = 2 * options.pairs;
+    const auto bits = static_cast<double>(framesBehindTheFirst(longest) * sharingTheBus *
+                                          Pace::bitsOfFrame(dataBytesOfFrame));
+    const auto bitrate = static_cast<double>(options.bitrate);
+    if (options.bitrate == 0 || bits <= bitrate) {
+        return "";
+    }
+    return "at " + std::to_string(options.bitrate) + " bit/s a message of " +
+           std::to_string(longest) + " bytes takes up to " +
+           seconds(std::chrono::duration<double>(bits / bitrate)) +
+           " on the shared bus, but has to be received within 1 s";
+}
+
+std::string faultWarning(const DemoOptions& options, std::size_t fileBytes)
+{
+    const Faults& faults = options.faults;
+    const std::size_t longest = longestMessage(options, fileBytes);
+    const double frameSurvives = (1 - faults.drop) * (1 - faults.duplicate) * (1 - faults.stray);
+    const double messageSurvives =
+        std::pow(frameSurvives, static_cast<double>(framesBehindTheFirst(longest)));
+    if (messageSurvives >= hopelessChance) {
+        return "";
+    }
+    return "with so many faults a message of " + std::to_string(longest) +
+           " bytes has hardly a chance; shorter ones (--size) may get through";
+}
+
+std::vector<std::string> summary(const Input& input, const ExchangeResult& result)
+{
+    const Direction::Counters& sent = result.directions;
+    const VirtualBus::Counters& bus = result.bus;
+    const std::uint64_t frames = bus.carried + bus.faultDrops;
+    const std::uint64_t retries = result.starts - std::min(result.starts, sent.requests);
+    return {
+        "file         " + input.name + ", " + counted(input.bytes.size(), "bytes"),
+        "arrived      " + counted(result.bytes, "bytes in ") +
+            counted(sent.messages, "messages, ") + seconds(result.time),
+        "throughput   " + perSecond(static_cast<double>(result.bytes), result.time) + " bytes/s, " +
+            perSecond(static_cast<double>(frames), result.time) + " frames/s",
+        "retries      " + counted(retries, "by the endpoints (first and single frames beyond one "
+                                           "for each request)"),
+        "sent again   " + counted(sent.givenUp + sent.falseAcknowledgements, "by the demo: ") +
+            counted(sent.givenUp, "given up, ") +
+            counted(sent.falseAcknowledgements, "falsely acknowledged"),
+        "repeats      " + counted(result.repeats, "messages came once more"),
+        "bus          " + counted(bus.carried, "frames carried, ") +
+            counted(bus.delivered, "delivered, ") + counted(bus.overflowDrops, "overflowed, ") +
+            counted(bus.unreadable, "unreadable"),
+        "faults       " + counted(bus.faultDrops, "dropped, ") +
+            counted(bus.duplicates, "duplicated, ") + counted(bus.strays, "stray"),
+    };
+}
