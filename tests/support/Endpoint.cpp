@@ -69,10 +69,15 @@ void Endpoint::write(const Bytes& bytes) const
 
 namespace {
 
-std::unique_ptr<MessageBase> next(TraceMessageBuffer& buffer)
+/// What waits in the pipe: one read takes all that it can hold.
+std::vector<std::unique_ptr<MessageBase>> takeAll(TraceMessageBuffer& buffer)
 {
+    std::vector<std::unique_ptr<MessageBase>> messages;
     buffer.read();
-    return buffer.getNextMessage();
+    while (auto message = buffer.getNextMessage()) {
+        messages.push_back(std::move(message));
+    }
+    return messages;
 }
 
 int fullPipe()
@@ -103,7 +108,7 @@ int brokenPipe()
 std::vector<CANTransportThread::TPCANMsg> Endpoint::sentFrames()
 {
     std::vector<TPCANMsg> frames;
-    while (const auto message = next(*proxy)) {
+    for (const auto& message : takeAll(*proxy)) {
         const auto& record = dynamic_cast<CANExtTraceMessage&>(*message);
         TPCANMsg frame{record.canID, record.length, {}};
         std::copy_n(record.data, 8, frame.data);
@@ -125,7 +130,7 @@ Lines Endpoint::sent()
 std::vector<Bytes> Endpoint::delivered()
 {
     std::vector<Bytes> messages;
-    while (const auto message = next(*client)) {
+    for (const auto& message : takeAll(*client)) {
         const auto& transport = dynamic_cast<CANTransportTraceMessage&>(*message);
         messages.push_back(transport.payload);
         lastDeliveredId = transport.canID;

@@ -1,0 +1,106 @@
+# What the two commands and CI have in common; sourced, not run.
+# Notes of the set-up go to stderr, so that stdout belongs to the program that runs at the end.
+
+unset CDPATH
+root=$(cd -- "$(dirname -- "$(readlink -f -- "${BASH_SOURCE[0]}")")/.." && pwd -P)
+
+say() {
+    printf '%s\n' "$*" >&2
+}
+
+# runQuietly NOTE LOG COMMAND...: the output is of interest only if the command fails.
+runQuietly() {
+    local note=$1 log=$2 status=0
+    shift 2
+    say "$note"
+    "$@" >"$log" 2>&1 || status=$?
+    if [ "$status" -ne 0 ]; then
+        cat -- "$log" >&2
+        say "$note: failed"
+    fi
+    return "$status"
+}
+
+hasHeader() {
+    printf '#if !__has_include(<%s>)\n#error\n#endif\n' "$1" | "${CXX:-c++}" -E -x c++ -
+}
+
+# Asks for what a package is wanted for, not for the package: a tool that came another way is as
+# good, and the question works where there is no dpkg.
+isThere() {
+    case $1 in
+        g++) command -v "${CXX:-c++}" ;;
+        ninja-build) command -v ninja ;;
+        pkgconf) command -v pkg-config ;;
+        libcli11-dev) hasHeader CLI/CLI.hpp ;;
+        libgtest-dev) hasHeader gtest/gtest.h ;;
+        libclang-rt-dev) [ -e "$(clang++ --rtlib=compiler-rt -print-libgcc-file-name)" ] ;;
+        *) command -v "$1" ;;
+    esac >/dev/null 2>&1
+}
+
+missingOf() {
+    local package
+    for package in "$@"; do
+        isThere "$package" || printf '%s ' "$package"
+    done
+}
+
+# aptInstall PACKAGE...
+aptInstall() {
+    local -a asRoot=() apt=(env DEBIAN_FRONTEND=noninteractive apt-get -qq -o DPkg::Lock::Timeout=300)
+    [ "$(id -u)" -eq 0 ] || asRoot=(sudo)
+    # Old lists may still do, so the installation decides.
+    "${asRoot[@]}" "${apt[@]}" update || say "apt-get update failed, going on with the lists at hand"
+    "${asRoot[@]}" "${apt[@]}" install -y --no-install-recommends "$@"
+}
+
+canInstall() {
+    command -v apt-get >/dev/null && { [ "$(id -u)" -eq 0 ] || command -v sudo >/dev/null; }
+}
+
+# needPackages PACKAGE...: installs those that are missing, or says which they are and exits.
+needPackages() {
+    local -a missing
+    read -ra missing <<<"$(missingOf "$@")"
+    [ "${#missing[@]}" -gt 0 ] || return 0
+    if canInstall; then
+        local log
+        log=$(mktemp)
+        runQuietly "installing ${missing[*]}" "$log" aptInstall "${missing[@]}" || true
+        rm -f -- "$log"
+        read -ra missing <<<"$(missingOf "$@")"
+        [ "${#missing[@]}" -gt 0 ] || return 0
+    fi
+    say "These packages are wanted and cannot be installed from here; as root:"
+    say "apt-get install ${missing[*]}"
+    exit 1
+}
+
+# configure PRESET [CMAKE ARGUMENT...]: into build/PRESET.
+configure() {
+    local preset=$1 dir=$root/build/$1
+    shift
+    # A build folder that came along with a copy of the tree still points at the original.
+    if [ -f "$dir/CMakeCache.txt" ] &&
+        ! grep -qxF "CMAKE_HOME_DIRECTORY:INTERNAL=$root" "$dir/CMakeCache.txt"; then
+        rm -rf -- "$dir"
+    fi
+    mkdir -p -- "$dir"
+    runQuietly "configuring build/$preset" "$dir/configure.log" \
+        cmake -S "$root" --preset "$preset" "$@"
+}
+
+# build PRESET [CMAKE ARGUMENT...]: configures and builds.
+build() {
+    local preset=$1 dir=$root/build/$1
+    configure "$@"
+    runQuietly "building build/$preset" "$dir/build.log" cmake --build "$dir"
+}
+
+# runTests PRESET [CTEST ARGUMENT...]
+runTests() {
+    local dir=$root/build/$1
+    shift
+    ctest --test-dir "$dir" --output-on-failure --no-tests=error -j "$(nproc)" "$@"
+}
