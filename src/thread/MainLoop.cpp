@@ -97,7 +97,7 @@ int CANTransportThread::waitForInput(DescriptorSet& input, timeval* timeout)
 void CANTransportThread::setSelectTimeout(int seconds, int milliseconds)
 {
     selectTimeout.tv_sec = seconds;
-    selectTimeout.tv_usec = milliseconds * 1000;
+    selectTimeout.tv_usec = milliseconds * 1000L;
     selectTimeoutLeft = selectTimeout;
     if (debugLevel > 1) {
         LogLine::debug("setSelectTimeout") << "select timeout set to " << selectTimeout;

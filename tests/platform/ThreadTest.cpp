@@ -66,20 +66,6 @@ TEST(Thread, stopIsHarmlessOnAThreadThatNeverRanOrHasEnded)
     EXPECT_FALSE(worker.running());
 }
 
-TEST(Thread, canBeStartedAgain)
-{
-    int rounds = 0;
-    Worker worker([&] {
-        ++rounds;
-        blockForEver();
-    });
-    for (int i = 0; i < 3; ++i) {
-        worker.start();
-        worker.stop(); // before or behind the first step of the body, both are fine
-    }
-    EXPECT_EQ(rounds, 3); // cancellation waits for a scope, so each body has begun
-}
-
 TEST(Thread, refusesToStopOrStartItself)
 {
     std::promise<int> refusals;
@@ -124,15 +110,6 @@ TEST(Thread, anExceptionIsLoggedAndTheBodyEnteredAgain)
     EXPECT_EQ(log.err(),
               "[ERROR] Thread::threadCode() left by an exception: first\n"
               "[ERROR] Thread::threadCode() left by an exception: not a std::exception\n");
-}
-
-TEST(Thread, aBodyThatAlwaysThrowsCanBeStopped)
-{
-    LogCapture log;
-    Worker worker([] { throw std::runtime_error("again"); });
-    worker.start();
-    worker.stop();
-    EXPECT_FALSE(worker.running());
 }
 
 TEST(Thread, blocksSigpipeAloneAndOnlyForItself)

@@ -139,15 +139,40 @@ TEST(Loop, startWithoutOpenIsToldAndCanBeStopped)
     endpoint.stop();
 }
 
-TEST(Loop, aProxyThatIsGoneIsAnErrorLineAndNoSignal)
+TEST(Loop, aProxyThatTakesNothingCostsALineForEachFrameAndOneReport)
 {
-    LogCapture log;
-    Endpoint endpoint;
-    close(std::exchange(endpoint.proxyPipe[0], -1));
-    endpoint.start();
-    endpoint.write(bytesOf(CANTransportTraceMessage({1})));
-    log.waitFor("failed to send data to the CAN proxy: \nerrno 32: Broken pipe\n");
-    endpoint.stop();
+    enum class Fault { gone, closed, full };
+    const std::pair<Fault, const char*> rows[] = {
+        {Fault::gone, "errno 32: Broken pipe\n"},
+        {Fault::closed, "errno 9: Bad file descriptor\n"},
+        {Fault::full, "errno 11: Resource temporarily unavailable\n"}};
+    for (const auto& [fault, reason] : rows) {
+        LogCapture log;
+        Endpoint endpoint;
+        if (fault == Fault::closed) {
+            endpoint.setConnection(-1);
+        } else {
+            endpoint.breakProxy(fault == Fault::full);
+        }
+        endpoint.start(); // SIGPIPE is blocked in the thread alone
+        endpoint.write(bytesOf(CANTransportTraceMessage({1})));
+        log.waitFor(reason);
+        endpoint.stop();
+        std::string lines =
+            "[ERROR] CANTransportThread::sendCANMessage() failed to send data to the CAN proxy: \n";
+        EXPECT_EQ(log.err(), lines += reason);
+        if (fault != Fault::gone) { // the rest by hand
+            for (int i = 0; i < 5; ++i) {
+                endpoint.expire();
+            }
+            EXPECT_EQ(log.err(), lines + lines + lines + lines);
+            EXPECT_EQ(endpoint.statuses(), Lines{"CTT_SEND_TIMEOUT 0"});
+        }
+        endpoint.mendProxy();
+        endpoint.clear(true);
+        endpoint.request({2});
+        EXPECT_EQ(endpoint.sent(), Lines{"01 02 00 00 00 00 00 00"});
+    }
 }
 
 TEST(Loop, stopGetsThroughToAClientThatDoesNotReadAndStartGoesOn)

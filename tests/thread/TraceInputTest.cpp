@@ -37,15 +37,6 @@ TEST(TraceInput, aShortFrameIsReadAsIfPaddedWithZeros)
     EXPECT_EQ(endpoint.delivered(), (std::vector<Bytes>{{0x41, 0, 0}}));
 }
 
-TEST(TraceInput, aFrameOfNoBytesIsRefusedAsASingleFrameOfLengthZero)
-{
-    LogCapture log;
-    Endpoint endpoint;
-    endpoint.write(bytesOf(CANExtTraceMessage(1, single, 0)));
-    endpoint.takeInput();
-    EXPECT_EQ(endpoint.sent(), Lines{fc(0)});
-}
-
 TEST(TraceInput, moreThanEightDataBytesAreAnExceptionAndTheRestStaysInTheBuffer)
 {
     for (const int length : {9, 10, 64}) {

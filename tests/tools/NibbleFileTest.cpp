@@ -38,15 +38,6 @@ TEST(NibbleFile, comesOverWholeInMessagesOfAnySize)
     }
 }
 
-TEST(NibbleFile, putsTheNumberInFrontOfTheNibbles)
-{
-    const Bytes bytes{0xAB, 0xCD};
-    const NibbleFile file(bytes);
-    EXPECT_EQ(file.pack(0, 19, 2), (Bytes{0x3A, 0xBC}));
-    EXPECT_EQ(file.pack(3, 4, 9), (Bytes{0x4D}));
-    EXPECT_EQ(file.pack(2, 0, 9), (Bytes{0x0C, 0xD0}));
-}
-
 TEST(Receipt, refusesWhatIsNotTheNextMessage)
 {
     const Bytes bytes = someBytes(8);

@@ -1,0 +1,162 @@
+#include "simulation/Simulation.h"
+
+#include "common/FrameWords.h"
+
+#include <algorithm>
+#include <iomanip>
+#include <utility>
+
+namespace {
+
+constexpr Time frameTime = 120; // at about 1 Mbit/s
+
+Frame frameOf(unsigned int first, std::uint32_t canID, Random& random)
+{
+    Frame frame{canID, 8, {}};
+    for (std::uint8_t& byte : frame.data) {
+        byte = static_cast<std::uint8_t>(random.below(256));
+    }
+    frame.data[0] = static_cast<std::uint8_t>(first);
+    return frame;
+}
+
+Bytes recordOf(const Frame& frame)
+{
+    return bytesOf(CANExtTraceMessage(frame.canID, frame.data, frame.len));
+}
+
+} // namespace
+
+/// A frame that an endpoint has sent, through the faults of the bus to the other.
+void Simulation::transmit(Station& from, const Frame& frame, Origin origin, Time departure)
+{
+    Station& to = other(from);
+    busFree = std::max(busFree, departure) + frameTime;
+    if (random.chance(faults.stall)) {
+        cells.hit("fault: bus stalled");
+        busFree += static_cast<Time>(random.below(3000)) * ms;
+    }
+    if (to.stand != Stand::none) {
+        trace(to, frame, "not heard");
+        standIn(to, frame);
+        return;
+    }
+    if (runLeft == 0 && random.chance(faults.runLoss)) {
+        runLeft = static_cast<int>(random.between(15, 17));
+        cells.hit("fault: " + std::to_string(runLeft) + " lost");
+    }
+    const bool inRun = runLeft > 0 && frame.data[0] >> 4 == 2;
+    if (inRun) {
+        --runLeft;
+    }
+    if (inRun || random.chance(faults.loss)) {
+        cells.hit("fault: lost");
+        trace(to, frame, "lost");
+    } else {
+        deliver(to, frame, origin);
+    }
+    if (random.chance(faults.duplicate)) {
+        cells.hit("fault: doubled");
+        busFree += frameTime;
+        deliver(to, frame, {origin.message, origin.index, true});
+    }
+    if (random.chance(faults.stray)) {
+        busFree += frameTime;
+        inject(to);
+    }
+}
+
+void Simulation::deliver(Station& to, const Frame& frame, Origin origin)
+{
+    trace(to, frame, origin.copy ? "again" : "");
+    Arrival arrival{recordOf(frame), frame, origin, -1};
+    // Behind a cut record only what begins with a marker: anything else would complete it, and
+    // nothing could tell.
+    const bool afterCut = std::exchange(to.lastWasCut, false);
+    if (random.chance(faults.damage)) {
+        const auto damage = random.below(afterCut ? 1 : 6);
+        if (damage == 0) {
+            cells.hit("fault: record cut");
+            arrival.bytes.resize(random.between(1, arrival.bytes.size() - 1));
+            to.lastWasCut = true;
+        } else if (damage == 1) {
+            cells.hit("fault: marker corrupted");
+            arrival.bytes[random.below(2)] ^= static_cast<unsigned char>(random.between(1, 255));
+        } else if (damage == 2) {
+            cells.hit("fault: id corrupted");
+            arrival.bytes[2] = 2;
+        } else if (damage == 3) {
+            cells.hit("fault: length corrupted");
+            arrival.bytes[26] = static_cast<unsigned char>(random.between(9, 255));
+        } else if (damage == 4) {
+            cells.hit("fault: frame too long");
+            const Bytes data(64, frame.data[0]);
+            arrival.bytes = bytesOf(CANTraceMessage(
+                frame.canID, data.data(), static_cast<std::uint8_t>(random.between(9, 64))));
+        } else {
+            cells.hit("fault: garbage in front");
+            arrival.bytes.insert(arrival.bytes.begin(), random.between(1, 50),
+                                 static_cast<unsigned char>(random.below(0xA0)));
+        }
+        if (damage < 5) {
+            arrival.frame.reset();
+            arrival.origin = {};
+        }
+    }
+    to.inbox.emplace(busFree, std::move(arrival));
+}
+
+/// The answers of a peer in whose place something else stands.
+void Simulation::standIn(Station& silent, const Frame& frame)
+{
+    const int kind = frame.data[0] >> 4;
+    int code = -1;
+    switch (silent.stand) {
+    case Stand::none:
+    case Stand::silence:
+        break;
+    case Stand::refusals:
+        code = kind < 3 ? (random.chance(0.5) ? 0 : 2) : -1;
+        break;
+    case Stand::readiness:
+        code = kind < 2 ? 1 : -1;
+        break;
+    case Stand::nonsense:
+        code = kind < 3 ? static_cast<int>(random.between(4, 15)) : -1;
+        break;
+    case Stand::acknowledgements:
+        code = kind < 3 ? 3 : -1;
+        break;
+    }
+    if (code >= 0) {
+        Frame answer{silent.canID, 8, {}};
+        answer.data[0] = static_cast<std::uint8_t>(0x30 | code);
+        busFree += frameTime;
+        deliver(other(silent), answer, {});
+    }
+}
+
+/// A frame of a stranger: of any kind and with any id, for no filter stands in front.
+void Simulation::inject(Station& to)
+{
+    const auto kind = random.below(5);
+    cells.hit("fault: stray " + (kind == 4 ? "unknown" : std::to_string(kind)));
+    const auto high = kind == 4 ? random.between(4, 15) : kind;
+    Frame frame = frameOf(static_cast<unsigned int>(high << 4 | random.below(16)),
+                          static_cast<std::uint32_t>(random.below(0x20000000)), random);
+    if (kind == 1 && random.chance(0.3)) { // a length that no sender announces
+        frame.data[0] = 0x10;
+        frame.data[1] = static_cast<std::uint8_t>(random.below(8));
+    }
+    deliver(to, frame, {});
+}
+
+void Simulation::trace(const Station& to, const Frame& frame, const char* fate)
+{
+    if (trail != nullptr) {
+        const bool right = &to == &sides[1];
+        *trail << std::fixed << std::setprecision(6) << std::setw(12)
+               << static_cast<double>(busFree) / second << (right ? "  A ──▶ B  " : "  A ◀── B  ")
+               << frameWords(frame) << (*fate != 0 ? "  " : "") << fate << '\n';
+    }
+}

@@ -1,0 +1,363 @@
+#include "simulation/Simulation.h"
+
+#include <algorithm>
+#include <iomanip>
+
+using Access = CANTransportThreadAccess;
+
+namespace {
+
+Time sleptMs = 0;
+constexpr Time faultsEnd = 12 * second;
+constexpr Time restWithin = 1200 * second;
+constexpr std::size_t burst = 585;
+constexpr std::size_t sizes[] = {0, 1, 7, 8, 13, 14, 118, 119, 300, 4095};
+
+bool isCodeOf(const Arrival* cause, int code)
+{
+    return cause != nullptr && cause->frame && cause->frame->data[0] == (0x30 | code);
+}
+
+} // namespace
+
+void millisleep(int milliseconds) { sleptMs += milliseconds; }
+
+Simulation::Simulation(std::uint64_t seed, Cells& cellCounts, std::ostream* ladder)
+    : random(seed),
+      cells(cellCounts),
+      trail(ladder),
+      faults(Faults::draw(random)),
+      sides{{0x123, 0x456, cellCounts}, {0x456, 0x123, cellCounts}}
+{
+}
+
+void Simulation::run()
+{
+    planRequests(0);
+    if (random.chance(0.7)) {
+        planRequests(1);
+    }
+    planDisturbances();
+    runUntil(faultsEnd, false);
+    faults = {};
+    runLeft = 0;
+    runUntil(now + restWithin, true);
+    require(atRest(), "the endpoints do not come to rest");
+    for (const std::size_t side : {0U, 1U}) {
+        expectFreshMessage(side);
+    }
+    for (const Station& station : sides) {
+        station.ledger.checkEnd();
+    }
+}
+
+void Simulation::expectFreshMessage(std::size_t side)
+{
+    Station& station = sides[side];
+    const int message = station.ledger.submit(4095);
+    station.inbox.emplace(
+        now,
+        Arrival{
+            bytesOf(CANTransportTraceMessage(station.ledger.bytesOf(message))), {}, {}, message});
+    runUntil(now + 60 * second, true);
+    require(station.ledger.delivered(message) && station.endpoint->sendQueueEmpty(),
+            "a fresh message does not get through after the faults");
+}
+
+void Simulation::planRequests(std::size_t side)
+{
+    const std::uint64_t bursts = random.between(1, 4);
+    for (std::uint64_t i = 0; i < bursts; ++i) {
+        const Time at = static_cast<Time>(random.below(static_cast<std::uint64_t>(faultsEnd)));
+        for (std::uint64_t left = random.chance(0.3) ? random.between(2, 6) : 1; left > 0; --left) {
+            // Long messages are as rare as they are slow; the fresh ones at the end are 4095 long.
+            const std::size_t size =
+                random.chance(0.02) ? 4096 : sizes[random.below(random.chance(0.1) ? 10 : 9)];
+            actions.emplace(at, [this, side, size] { request(side, size); });
+        }
+    }
+}
+
+void Simulation::planDisturbances()
+{
+    for (std::uint64_t left = random.chance(0.6) ? random.between(1, 3) : 0; left > 0; --left) {
+        const Time start = static_cast<Time>(random.below(static_cast<std::uint64_t>(faultsEnd)));
+        const Time length = static_cast<Time>(random.between(1, 8000)) * ms;
+        disturb(random.below(2), start, std::min(start + length, faultsEnd - 1));
+    }
+}
+
+void Simulation::disturb(std::size_t side, Time start, Time end)
+{
+    Station& station = sides[side];
+    const auto stand = [&](Stand kind, const char* cell) {
+        actions.emplace(start, [this, &station, kind, cell] {
+            station.stand = kind;
+            cells.hit(cell);
+        });
+        actions.emplace(end, [&station] { station.stand = Stand::none; });
+    };
+    switch (random.below(11)) {
+    case 0:
+        return stand(Stand::silence, "fault: a silent peer");
+    case 1:
+        return stand(Stand::refusals, "fault: a peer that refuses everything");
+    case 2:
+        return stand(Stand::readiness, "fault: a peer that is ready for ever");
+    case 3:
+        return stand(Stand::nonsense, "fault: a peer that answers unknown codes");
+    case 4:
+        return stand(Stand::acknowledgements, "fault: a peer that acknowledges everything");
+    case 5:
+    case 6: {
+        const bool full = random.chance(0.5);
+        actions.emplace(start, [this, &station, full] {
+            station.endpoint->breakProxy(full);
+            station.proxyGone = true;
+            cells.hit(full ? "fault: the proxy is full (EAGAIN)"
+                           : "fault: the proxy is gone (EPIPE)");
+        });
+        actions.emplace(end, [&station] {
+            station.endpoint->mendProxy();
+            station.proxyGone = false;
+        });
+        return;
+    }
+    case 7:
+        actions.emplace(start, [this, &station] {
+            station.setClientGone(true);
+            cells.hit("fault: the client's pipe takes nothing");
+        });
+        actions.emplace(end, [&station] { station.setClientGone(false); });
+        return;
+    case 8:
+        actions.emplace(start, [this, &station] {
+            station.clientPauses = true;
+            cells.hit("fault: the client does not read");
+        });
+        actions.emplace(end, [&station] { station.clientPauses = false; });
+        return;
+    case 9: {
+        const bool includeCurrent = random.chance(0.5);
+        actions.emplace(start, [this, side, includeCurrent] { clear(side, includeCurrent); });
+        return;
+    }
+    default:
+        actions.emplace(start, [this, side] { restart(side); });
+        return;
+    }
+}
+
+void Simulation::request(std::size_t side, std::size_t size)
+{
+    Station& station = sides[side];
+    const int message = station.ledger.submit(size);
+    station.inbox.emplace(
+        now,
+        Arrival{
+            bytesOf(CANTransportTraceMessage(station.ledger.bytesOf(message))), {}, {}, message});
+}
+
+void Simulation::clear(std::size_t side, bool includeCurrent)
+{
+    Station& station = sides[side];
+    const Effect effect = handle(station, [&] { station.endpoint->clear(includeCurrent); });
+    Tables::checkClear(includeCurrent, effect, cells);
+    station.ledger.droppedTo(effect.after.queued);
+}
+
+void Simulation::restart(std::size_t side)
+{
+    cells.hit("fault: a peer that restarts");
+    Station& station = sides[side];
+    for (auto it = station.inbox.begin(); it != station.inbox.end(); it = station.inbox.erase(it)) {
+        if (it->second.request >= 0) {
+            station.ledger.refused(it->second.request);
+        }
+    }
+    readMessages(station);
+    station.restart();
+}
+
+void Simulation::runUntil(Time end, bool untilRest)
+{
+    while (!(untilRest && atRest())) {
+        const Time next = nextEvent();
+        if (next > end) {
+            now = end;
+            return;
+        }
+        now = next;
+        if (!actions.empty() && actions.begin()->first <= now) {
+            const auto action = std::move(actions.begin()->second);
+            actions.erase(actions.begin());
+            action();
+        } else {
+            pass(nextOf(sides[0]) <= nextOf(sides[1]) ? sides[0] : sides[1]);
+        }
+    }
+}
+
+Time Simulation::nextEvent() const
+{
+    const Time action = actions.empty() ? INT64_MAX : std::max(now, actions.begin()->first);
+    return std::min({action, nextOf(sides[0]), nextOf(sides[1])});
+}
+
+Time Simulation::nextOf(const Station& station) const
+{
+    Time next = station.timed ? station.deadline : INT64_MAX;
+    if (!station.inbox.empty()) {
+        next = std::min(next, station.inbox.begin()->first);
+    }
+    return next == INT64_MAX ? next : std::max({now, station.busyUntil, next});
+}
+
+bool Simulation::atRest() const
+{
+    return actions.empty() && sides[0].inbox.empty() && sides[1].inbox.empty() && !sides[0].timed &&
+           !sides[1].timed;
+}
+
+/// One pass of the loop: input that waits comes before an expiry.
+void Simulation::pass(Station& station)
+{
+    const bool input = !station.inbox.empty() && station.inbox.begin()->first <= now;
+    if (input) {
+        if (station.timed) {
+            Access::setTimeLeft(*station.endpoint, std::max<Time>(0, station.deadline - now));
+        }
+        const Time arrived = now;
+        while (!station.inbox.empty() && station.inbox.begin()->first <= arrived) {
+            const Arrival arrival = std::move(station.inbox.begin()->second);
+            station.inbox.erase(station.inbox.begin());
+            feed(station, arrival);
+        }
+    } else {
+        Effect effect = handle(station, [&] { Access::expire(*station.endpoint); });
+        observe(station, effect, nullptr);
+        Tables::checkExpiry(effect, cells);
+    }
+    station.wait(station.busyUntil);
+}
+
+void Simulation::feed(Station& station, const Arrival& arrival)
+{
+    station.endpoint->write(arrival.bytes);
+    Effect effect = handle(station, [&] {
+        try {
+            station.endpoint->takeInput();
+        } catch (const std::exception&) { // the thread sleeps and enters its code again
+            millisleep(10);
+            station.endpoint->takeInput();
+        }
+    });
+    if (arrival.frame) {
+        station.incoming.accept(*arrival.frame, arrival.origin, effect.before);
+    }
+    if (arrival.request >= 0) {
+        if (effect.after.queued > effect.before.queued) {
+            station.ledger.taken(arrival.request);
+        } else {
+            station.ledger.refused(arrival.request);
+        }
+    }
+    observe(station, effect, &arrival);
+    if (arrival.frame) {
+        Tables::checkFrame(*arrival.frame, effect, cells);
+    } else if (arrival.request >= 0) {
+        Tables::checkRequest(effect, cells);
+    } else {
+        require(effect.sent.empty() && effect.delivered == 0 &&
+                    effect.before.state == effect.after.state,
+                "a damaged record has an effect");
+    }
+}
+
+Effect Simulation::handle(Station& station, const std::function<void()>& handler)
+{
+    Effect effect;
+    effect.clientGone = station.clientGone;
+    effect.proxyGone = station.proxyGone;
+    effect.before = Access::snapshot(*station.endpoint);
+    sleptMs = 0;
+    handler();
+    Access::checkInvariants(*station.endpoint);
+    station.busyUntil = now + sleptMs * ms;
+    effect.after = Access::snapshot(*station.endpoint);
+    effect.sent = station.endpoint->sentFrames();
+    return effect;
+}
+
+/// Books what has left the endpoint, and hands its frames to the bus.
+void Simulation::observe(Station& station, Effect& effect, const Arrival* cause)
+{
+    if (effect.proxyGone) {
+        station.ledger.lostSight();
+    }
+    require(effect.sent.size() <= burst + 2, "more than a burst leaves for one event");
+    const Origin answered{station.incoming.mixed ? Origin::stranger : station.incoming.message, 0,
+                          false};
+    const int waiting = station.endpoint->outputWaiting();
+    if (waiting > station.bytesUnread) {
+        effect.delivered = 1;
+        station.unread.push_back(station.incoming);
+    }
+    station.bytesUnread = waiting;
+    constexpr int nearlyFull = 50000; // a client that paused longer would stop its endpoint
+    if (waiting > (station.clientPauses ? nearlyFull : 0)) {
+        readMessages(station);
+        station.bytesUnread = 0;
+    }
+    for (const Frame& frame : effect.sent) {
+        const bool answer = frame.data[0] >> 4 == CANTransportThread::CTP_FLOW_CONTROL;
+        const Origin origin = answer ? answered : station.ledger.left(frame);
+        transmit(station, frame, origin, station.busyUntil);
+    }
+    checkStatuses(station, effect, cause);
+    if (effect.after.retries == 0 && effect.before.queued == effect.after.queued) {
+        station.ledger.retriesReset();
+    }
+    station.ledger.droppedTo(effect.after.queued);
+    require(station.ledger.queued() == effect.after.queued,
+            "the queue has another length than its messages");
+}
+
+void Simulation::readMessages(Station& station)
+{
+    for (const Bytes& payload : station.endpoint->delivered()) {
+        require(!station.unread.empty(), "two messages are delivered at once");
+        other(station).ledger.arrived(payload, station.unread.front());
+        station.unread.pop_front();
+    }
+}
+
+void Simulation::checkStatuses(Station& station, const Effect& effect, const Arrival* cause)
+{
+    for (const std::string& text : station.endpoint->statuses()) {
+        const std::string status = text.substr(0, text.find(' '));
+        cells.hit("status: " + status);
+        if (status == "CTT_CONNECTED") {
+            require(!station.connected && cause != nullptr && cause->frame.has_value(),
+                    "CTT_CONNECTED without a cause");
+            station.connected = true;
+            station.outageReported = false;
+        } else if (status == "CTT_ACKNOWLEDGED") {
+            require(isCodeOf(cause, CANTransportThread::CTP_FC_ACKNOWLEDGE),
+                    "CTT_ACKNOWLEDGED without a cause");
+            station.ledger.acknowledged(std::stoi(text.substr(text.find(' '))), cause->origin);
+        } else if (status == "CTT_RECEIVE_TIMEOUT") {
+            require(cause == nullptr &&
+                        (effect.before.state & CANTransportThread::RCTS_RECEIVING) != 0,
+                    "CTT_RECEIVE_TIMEOUT without a cause");
+        } else {
+            const bool lost = status == "CTT_DISCONNECTED";
+            require(!station.outageReported && station.connected == lost, status, " out of turn");
+            require(effect.before.retries == CANTransportThread::SEND_RETRY_LIMIT &&
+                        effect.after.queued == 0,
+                    status, " without a cause");
+            station.outageReported = true;
+        }
+    }
+    station.connected = station.connected && effect.after.connected;
+}

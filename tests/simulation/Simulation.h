@@ -1,0 +1,61 @@
+#pragma once
+
+#include "simulation/Station.h"
+
+#include <functional>
+#include <ostream>
+
+/// Two endpoints on one bus, from a seed: a workload and faults, then rest, then a fresh message each
+/// way. All in one thread and in virtual time.
+class Simulation {
+public:
+    /// @param ladder gets the exchange, a line for each frame; may be null.
+    Simulation(std::uint64_t seed, Cells& cellCounts, std::ostream* ladder);
+    /// @throws BrokenPromise
+    void run();
+
+private:
+    // The workload and its faults.
+    void planRequests(std::size_t side);
+    void planDisturbances();
+    void disturb(std::size_t side, Time start, Time end);
+    void request(std::size_t side, std::size_t size);
+    void clear(std::size_t side, bool includeCurrent);
+    void restart(std::size_t side);
+
+    // Time.
+    void runUntil(Time end, bool untilRest);
+    Time nextEvent() const;
+    Time nextOf(const Station& station) const;
+    bool atRest() const;
+    void pass(Station& station);
+    void expectFreshMessage(std::size_t side);
+
+    // One event of an endpoint.
+    void feed(Station& station, const Arrival& arrival);
+    Effect handle(Station& station, const std::function<void()>& handler);
+    void observe(Station& station, Effect& effect, const Arrival* cause);
+    void readMessages(Station& station);
+    void checkStatuses(Station& station, const Effect& effect, const Arrival* cause);
+
+    // The bus.
+    void transmit(Station& from, const Frame& frame, Origin origin, Time departure);
+    void deliver(Station& to, const Frame& frame, Origin origin);
+    void standIn(Station& silent, const Frame& frame);
+    void inject(Station& to);
+    void trace(const Station& to, const Frame& frame, const char* fate);
+    Station& other(const Station& station) { return &station == &sides[0] ? sides[1] : sides[0]; }
+
+    Random random;
+    Cells& cells;
+    std::ostream* const trail;
+    Faults faults;
+    Station sides[2];
+    std::multimap<Time, std::function<void()>> actions;
+    Time now = 0;
+    Time busFree = 0;
+    int runLeft = 0; ///< Of consecutive frames that are still to be lost in a row.
+};
+
+/// Takes the place of the real one: virtual time passes.
+void millisleep(int milliseconds);

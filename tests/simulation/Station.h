@@ -1,0 +1,85 @@
+#pragma once
+
+#include "simulation/Faults.h"
+#include "simulation/Ledger.h"
+
+#include <deque>
+#include <map>
+#include <memory>
+#include <optional>
+
+/// What arrives at the input pipe of an endpoint in one piece.
+struct Arrival {
+    Bytes bytes;
+    std::optional<Frame> frame; ///< If the bytes are one whole frame.
+    Origin origin;
+    int request = -1; ///< If the bytes are a request.
+};
+
+/// What answers in the place of an endpoint that does not listen.
+enum class Stand { none, silence, refusals, readiness, nonsense, acknowledgements };
+
+/// One endpoint in virtual time, with what its loop waits for. It is driven without its thread; the
+/// passes of the loop are made by Simulation.
+struct Station {
+    Station(unsigned short id, unsigned short peerId, Cells& cells)
+        : canID(id),
+          ledger(id, cells),
+          peer(peerId)
+    {
+        restart();
+    }
+
+    void restart()
+    {
+        endpoint = std::make_unique<Endpoint>();
+        endpoint->setSendCANid(canID);
+        timed = false;
+        clientGone = false;
+        proxyGone = false;
+        connected = false;
+        outageReported = false;
+        incoming = {};
+        bytesUnread = 0;
+        ledger.droppedTo(0);
+    }
+
+    void setClientGone(bool gone)
+    {
+        if (gone != clientGone) {
+            gone ? endpoint->breakClient() : endpoint->mendClient();
+            clientGone = gone;
+        }
+    }
+
+    /// The end of a pass: what select() would be given.
+    void wait(Time now)
+    {
+        timed = !CANTransportThreadAccess::restIfIdle(*endpoint);
+        const long timerUs = CANTransportThreadAccess::snapshot(*endpoint).timerUs;
+        require(timed == (CANTransportThreadAccess::selectedUs(*endpoint) != 0),
+                "the timer is armed if and only if the endpoint is not at rest");
+        deadline = now + timerUs;
+    }
+
+    const unsigned short canID;
+    std::unique_ptr<Endpoint> endpoint;
+    std::multimap<Time, Arrival> inbox;
+    Ledger ledger; ///< Of the messages that this side sends.
+    const unsigned short peer;
+
+    Time busyUntil = 0;
+    bool timed = false;
+    Time deadline = 0;
+
+    Incoming incoming;
+    int bytesUnread = 0;
+    std::deque<Incoming> unread; ///< For each message that waits for the client.
+    bool connected = false;
+    bool outageReported = false;
+    bool clientGone = false;
+    bool proxyGone = false;
+    bool clientPauses = false;
+    bool lastWasCut = false;
+    Stand stand = Stand::none;
+};
