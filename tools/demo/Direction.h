@@ -24,7 +24,6 @@ public:
     struct Setup {
         std::optional<std::size_t> size; ///< Bytes of each message; none: mixed.
         std::uint64_t seed = 0;          ///< Of the mixed sizes.
-        bool lossAllowed = false;        ///< A false acknowledgement is no failure.
     };
     struct Counters {
         std::uint64_t messages = 0;
@@ -44,7 +43,7 @@ public:
     void advance(Clock::time_point now, const NodeCounters& bus);
 
     bool done() const { return phase == Phase::done; }
-    /// Why the transfer cannot go on; empty if it can.
+    /// What has arrived wrong; empty if nothing has.
     const std::string& failure() const { return reason; }
     const Counters& counters() const { return counts; }
     const Receipt& receipt() const { return received; }
@@ -57,7 +56,6 @@ private:
     void watch(Clock::time_point now, const NodeCounters& bus);
     void confirm(Clock::time_point now);
     void sendAgainLater(Clock::time_point now);
-    void fail(const std::string& text);
 
     const NibbleFile& file;
     DemoEndpoint& sender;
@@ -73,7 +71,6 @@ private:
     Clock::time_point doubtUntil{}; ///< How long it may still arrive after its acknowledgement.
     Clock::time_point pauseUntil{}; ///< When to send the message again.
     int emptyLooks = 0;
-    int failuresInARow = 0;
     Counters counts;
     std::string reason;
 };

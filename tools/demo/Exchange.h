@@ -11,7 +11,9 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -26,7 +28,14 @@ struct ExchangeResult {
     std::uint64_t repeats = 0;
     std::size_t bytes = 0;
     std::uint64_t starts = 0; ///< First and single frames of the endpoints on the bus.
+    std::map<DemoEndpoint::Status, std::uint64_t> statusChanges;
     VirtualBus::Counters bus;
+
+    /// Attempts of the endpoints beyond one for each request.
+    std::uint64_t retries() const
+    {
+        return starts > directions.requests ? starts - directions.requests : 0;
+    }
 };
 
 /// The file on its way in all directions at once: all pairs of endpoints on one bus.
@@ -52,6 +61,7 @@ private:
     void waitForEvents();
     void takeArrivals();
     void takeStatusChanges(Side& side);
+    void printLadder();
     void checkStandstill(Direction::Clock::time_point now);
     std::size_t nibblesArrived() const;
     ExchangeResult result(std::chrono::duration<double> time) const;
@@ -66,6 +76,10 @@ private:
     std::vector<pollfd> waits;
     std::string failure;
     bool interrupted = false;
-    std::uint64_t settled = 0; ///< Messages, attempts included, when something was settled last.
-    Direction::Clock::time_point lastSettled{};
+    std::size_t lastNibbles = 0;
+    Direction::Clock::time_point lastArrival{};
+    std::map<DemoEndpoint::Status, std::uint64_t> statusChanges;
+    std::mutex ladderMutex;
+    std::vector<std::string>
+        ladder; ///< Lines of the bus thread that wait to be printed. [ladderMutex]
 };

@@ -4,7 +4,6 @@
 #include "demo/Exchange.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdint>
 #include <iomanip>
 #include <sstream>
@@ -12,7 +11,6 @@
 namespace {
 
 constexpr unsigned int dataBytesOfFrame = 8;
-constexpr double hopelessChance = 0.05; ///< Of one attempt to come through without a fault.
 
 std::size_t longestMessage(const DemoOptions& options, std::size_t fileBytes)
 {
@@ -43,6 +41,15 @@ template <typename Number> std::string counted(Number number, const std::string&
     return std::to_string(number) + ' ' + what;
 }
 
+std::string statusTally(const ExchangeResult& result)
+{
+    std::ostringstream text;
+    for (const auto& [status, count] : result.statusChanges) {
+        text << (text.tellp() == 0 ? "" : ", ") << count << ' ' << status;
+    }
+    return text.str();
+}
+
 } // namespace
 
 std::string paceWarning(const DemoOptions& options, std::size_t fileBytes)
@@ -61,34 +68,21 @@ std::string paceWarning(const DemoOptions& options, std::size_t fileBytes)
            " on the shared bus, but has to be received within 1 s";
 }
 
-std::string faultWarning(const DemoOptions& options, std::size_t fileBytes)
-{
-    const Faults& faults = options.faults;
-    const std::size_t longest = longestMessage(options, fileBytes);
-    const double frameSurvives = (1 - faults.drop) * (1 - faults.duplicate) * (1 - faults.stray);
-    const double messageSurvives =
-        std::pow(frameSurvives, static_cast<double>(framesBehindTheFirst(longest)));
-    if (messageSurvives >= hopelessChance) {
-        return "";
-    }
-    return "with so many faults a message of " + std::to_string(longest) +
-           " bytes has hardly a chance; shorter ones (--size) may get through";
-}
-
 std::vector<std::string> summary(const Input& input, const ExchangeResult& result)
 {
     const Direction::Counters& sent = result.directions;
     const VirtualBus::Counters& bus = result.bus;
     const std::uint64_t frames = bus.carried + bus.faultDrops;
-    const std::uint64_t retries = result.starts - std::min(result.starts, sent.requests);
     return {
         "file         " + input.name + ", " + counted(input.bytes.size(), "bytes"),
         "arrived      " + counted(result.bytes, "bytes in ") +
             counted(sent.messages, "messages, ") + seconds(result.time),
         "throughput   " + perSecond(static_cast<double>(result.bytes), result.time) + " bytes/s, " +
             perSecond(static_cast<double>(frames), result.time) + " frames/s",
-        "retries      " + counted(retries, "by the endpoints (first and single frames beyond one "
-                                           "for each request)"),
+        "status       " + statusTally(result),
+        "retries      " + counted(result.retries(),
+                                  "by the endpoints (first and single frames beyond one "
+                                  "for each request)"),
         "sent again   " + counted(sent.givenUp + sent.falseAcknowledgements, "by the demo: ") +
             counted(sent.givenUp, "given up, ") +
             counted(sent.falseAcknowledgements, "falsely acknowledged"),

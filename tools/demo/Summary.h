@@ -13,9 +13,5 @@ struct ExchangeResult;
 /// transport grants them; otherwise empty.
 std::string paceWarning(const DemoOptions& options, std::size_t fileBytes);
 
-/// A warning if the longest messages have hardly a chance to come through the faults; otherwise
-/// empty.
-std::string faultWarning(const DemoOptions& options, std::size_t fileBytes);
-
 /// What the exchange has come to, as lines for the user.
 std::vector<std::string> summary(const Input& input, const ExchangeResult& result);

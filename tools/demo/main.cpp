@@ -43,7 +43,7 @@ int transfer(const DemoOptions& options, const Input& input)
 {
     const bool quiet = options.debugLevel == 0;
     const Interruption interruption;
-    Console console(quiet, quiet);
+    Console console(quiet, quiet && !options.ladder);
     const ExchangeResult result =
         Exchange(options, input.bytes, console).run(interruption.wakeUp());
     console.finish();
@@ -73,11 +73,9 @@ int main(int argc, char** argv)
         std::cout << "'" << input->name << "' is empty: there is nothing to send." << std::endl;
         return exitWhole;
     }
-    for (const std::string& warning : {paceWarning(*options, input->bytes.size()),
-                                       faultWarning(*options, input->bytes.size())}) {
-        if (!warning.empty()) {
-            complain("warning: " + warning, exitWhole);
-        }
+    const std::string warning = paceWarning(*options, input->bytes.size());
+    if (!warning.empty()) {
+        complain("warning: " + warning, exitWhole);
     }
     try {
         return transfer(*options, *input);
