@@ -41,11 +41,9 @@ public:
 
     /// The descriptor to wait on until the endpoint has sent something; -1 while what it has sent
     /// is not used up.
-    int readableSource() const { return exhausted && !hungUp ? proxy.readEnd.get() : -1; }
+    int readableSource() const { return exhausted ? proxy.readEnd.get() : -1; }
     /// Takes in what the endpoint has sent.
     void read();
-    /// The endpoint's end of the pipe has been closed: there is nothing to wait for.
-    void hangUp() { hungUp = true; }
     /// The endpoint's next frame, in its order. Counts in `unreadable` what is no classic frame.
     std::optional<CANFrame> nextFrame(std::uint64_t& unreadable);
 
@@ -82,7 +80,6 @@ private:
     Descriptor input;
     TraceMessageBuffer source;
     bool exhausted = true;
-    bool hungUp = false;
     std::vector<unsigned char> bytes; ///< Of the records, what is not yet written.
     std::deque<Record> records;
     std::size_t queuedFrames = 0;

@@ -285,11 +285,8 @@ void VirtualBus::waitForEvents()
 void VirtualBus::readSenders()
 {
     for (std::size_t i = 0; i < nodes.size(); ++i) {
-        const short events = waits[sourceIndex(i)].revents;
-        if ((events & POLLIN) != 0) {
+        if (waits[sourceIndex(i)].revents != 0) {
             nodes[i]->read();
-        } else if (events != 0) {
-            nodes[i]->hangUp();
         }
     }
 }

@@ -79,7 +79,8 @@ public:
     Attachment attach(int inputDescriptor, AcceptanceFilter filter);
 
     /// Queues a client's serialised request for the node's endpoint, behind the frames that wait
-    /// for it. It is written whole and never dropped, unless the endpoint has gone.
+    /// for it. It is written whole and never dropped, unless the endpoint has gone; requests for an
+    /// endpoint that does not read pile up.
     void request(std::size_t node, std::vector<unsigned char> record);
 
     /// Starts the bus thread, which runs with all signals blocked. May follow a stop().
