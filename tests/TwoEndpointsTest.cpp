@@ -3,12 +3,10 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
-#include <numeric>
 #include <thread>
 
 #include <poll.h>
@@ -17,28 +15,6 @@
 namespace {
 
 using Status = CANTransportThread::statuschange_t;
-
-/// Two endpoints driven by hand; carry() is the bus.
-struct Pair {
-    LogCapture log;
-    Endpoint a;
-    Endpoint b;
-
-    /// Hands what one side has sent to the other, and returns it as it was seen on the bus.
-    static Lines carry(Endpoint& from, Endpoint& to)
-    {
-        Lines frames = from.sent();
-        for (const std::string& text : frames) {
-            CANTransportThread::TPCANMsg frame{Endpoint::ownId, 8, {}};
-            for (std::size_t byte = 0; byte < 8; ++byte) {
-                frame.data[byte] =
-                    static_cast<std::uint8_t>(std::stoi(text.substr(3 * byte, 2), nullptr, 16));
-            }
-            CANTransportThreadAccess::handle(to, frame);
-        }
-        return frames;
-    }
-};
 
 /// Two endpoints with their threads. Each one's frames go straight into the other's input pipe.
 class Peers {
@@ -123,22 +99,6 @@ std::vector<Bytes> messagesOf(std::initializer_list<std::size_t> sizes)
 }
 
 } // namespace
-
-TEST(TwoEndpoints, twentyBytesAreFiveFrames)
-{
-    Pair bus;
-    Bytes message(20);
-    std::iota(message.begin(), message.end(), static_cast<unsigned char>(1));
-    bus.a.request(message);
-    EXPECT_EQ(Pair::carry(bus.a, bus.b), Lines{"10 14 01 02 03 04 05 06"});
-    EXPECT_EQ(Pair::carry(bus.b, bus.a), Lines{"31 00 00 00 00 00 00 00"});
-    EXPECT_EQ(Pair::carry(bus.a, bus.b),
-              (Lines{"20 07 08 09 0a 0b 0c 0d", "21 0e 0f 10 11 12 13 14"}));
-    EXPECT_EQ(bus.b.delivered(), std::vector<Bytes>{message});
-    EXPECT_EQ(Pair::carry(bus.b, bus.a), Lines{"33 00 00 00 00 00 00 00"});
-    EXPECT_EQ(bus.a.statuses(), (Lines{"CTT_CONNECTED 0", "CTT_ACKNOWLEDGED 20"}));
-    EXPECT_TRUE(bus.a.sendQueueEmpty());
-}
 
 TEST(TwoEndpoints, threadsExchangeMessagesOfAllSizesBothWaysAtOnce)
 {

@@ -61,32 +61,6 @@ TEST(MultiFrame, aFrameThatThePhaseDoesNotAllowIsRefusedAndChangesNothingElse)
     }
 }
 
-TEST(MultiFrame, aFirstFrameOfSixBytesOrLessIsDeliveredAtOnceAndThenAnsweredReady)
-{
-    LogCapture log;
-    for (const int length : {0, 5, 6}) {
-        Endpoint endpoint;
-        endpoint.frame({0x10, length, 1, 2, 3, 4, 5, 6});
-        EXPECT_EQ(endpoint.delivered(), (std::vector<Bytes>{{1, 2, 3, 4, 5, 6}}));
-        EXPECT_EQ(endpoint.sent(), (Lines{fc(3), fc(1)}));
-        EXPECT_EQ(endpoint.stateText(), "RCTS_RECEIVING ");
-        log.out();
-        endpoint.frame({0x20, 9});
-        if (length == 6) { // nothing is missing: an empty message
-            EXPECT_EQ(endpoint.delivered(), std::vector<Bytes>{Bytes{}});
-            EXPECT_EQ(endpoint.sent(), Lines{fc(3)});
-        } else { // less than nothing is missing: as a wrong sequence number
-            EXPECT_EQ(log.out(),
-                      "[ERROR] CANTransportThread::checkConsecutiveFrame() consecutive frame of a "
-                      "message that has " +
-                          std::to_string(6 - length) + " bytes too many\n");
-            EXPECT_EQ(endpoint.delivered().size(), 0U);
-            EXPECT_EQ(endpoint.sent(), Lines{fc(2)});
-        }
-        EXPECT_EQ(endpoint.stateText(), "RCTS_IDLE");
-    }
-}
-
 TEST(MultiFrame, aWrongSequenceNumberHasItsOwnLine)
 {
     LogCapture log;

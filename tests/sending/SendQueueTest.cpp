@@ -3,6 +3,21 @@
 
 #include <gtest/gtest.h>
 
+#include <numeric>
+
+TEST(SendQueue, twentyBytesAreTheDocumentedFrames)
+{
+    Endpoint endpoint;
+    Bytes message(20);
+    std::iota(message.begin(), message.end(), static_cast<unsigned char>(1));
+    endpoint.request(message);
+    EXPECT_EQ(endpoint.sent(), Lines{"10 14 01 02 03 04 05 06"});
+    endpoint.flowControl(1);
+    EXPECT_EQ(endpoint.sent(), (Lines{"20 07 08 09 0a 0b 0c 0d", "21 0e 0f 10 11 12 13 14"}));
+    endpoint.flowControl(3);
+    EXPECT_EQ(endpoint.statuses().back(), "CTT_ACKNOWLEDGED 20");
+}
+
 TEST(SendQueue, theLastFrameOf4095BytesHasTheDocumentedForm)
 {
     Endpoint endpoint;

@@ -56,10 +56,11 @@ struct Station {
     void wait(Time now)
     {
         timed = !CANTransportThreadAccess::restIfIdle(*endpoint);
-        const long timerUs = CANTransportThreadAccess::snapshot(*endpoint).timerUs;
+        const Snapshot state = CANTransportThreadAccess::snapshot(*endpoint);
         require(timed == (CANTransportThreadAccess::selectedUs(*endpoint) != 0),
                 "the timer is armed if and only if the endpoint is not at rest");
-        deadline = now + timerUs;
+        require(timed || (!state.consecutive && state.received == 0), "a reception at rest");
+        deadline = now + state.timerUs;
     }
 
     const unsigned short canID;

@@ -161,24 +161,3 @@ TEST(VirtualBus, goesOnWithoutAnEndpointThatHasGoneAndBehindBytesThatAreNoFrame)
     EXPECT_EQ(bus.counters().unreadable, 1U);
     EXPECT_THROW(bus.request(3, {0}), VelkException);
 }
-
-TEST(VirtualBus, carriesFaultsInTheirPlaceAndReportsThem)
-{
-    VirtualBus::Options options;
-    options.faults = {0, 1, 1, 1};
-    std::vector<VirtualBus::Fate> fates;
-    options.observer = [&](const CANFrame&, VirtualBus::Fate fate) { fates.push_back(fate); };
-    VirtualBus bus(options);
-    BusEndpoint sender(bus, nothing);
-    BusEndpoint listener(bus);
-    bus.start();
-    sender.send(5, 0x01, 0xAA);
-    const auto heard = listener.receiveFrames(3);
-    bus.stop();
-
-    using Fate = VirtualBus::Fate;
-    EXPECT_EQ(fates, (std::vector<Fate>{Fate::carried, Fate::duplicate, Fate::stray}));
-    EXPECT_EQ(heard[1].data[1], 0xAA);
-    EXPECT_EQ(heard[2].canID, 5U);
-    EXPECT_EQ(bus.counters().carried, 1U);
-}
