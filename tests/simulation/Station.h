@@ -59,7 +59,7 @@ struct Station {
         const Snapshot state = CANTransportThreadAccess::snapshot(*endpoint);
         require(timed == (CANTransportThreadAccess::selectedUs(*endpoint) != 0),
                 "the timer is armed if and only if the endpoint is not at rest");
-        require(timed || (!state.consecutive && state.received == 0), "a reception at rest");
+        require(timed || !state.consecutive, "a receive phase is left behind at rest");
         deadline = now + state.timerUs;
     }
 
