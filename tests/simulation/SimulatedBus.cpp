@@ -77,7 +77,8 @@ void Simulation::deliver(Station& to, const Frame& frame, Origin origin)
         const auto damage = random.below(afterCut ? 1 : 6);
         if (damage == 0) {
             cells.hit("fault: record cut");
-            arrival.bytes.resize(random.between(1, arrival.bytes.size() - 1));
+            // Of less, the shortest record behind it would not fill the gap, and would wait.
+            arrival.bytes.resize(random.between(16, arrival.bytes.size() - 1));
             to.lastWasCut = true;
         } else if (damage == 1) {
             cells.hit("fault: marker corrupted");
