@@ -37,7 +37,7 @@ public:
         const int lowestFree = dup(0);
         close(lowestFree);
         rlimit tight = previous;
-        tight.rlim_cur = static_cast<rlim_t>(lowestFree + count);
+        tight.rlim_cur = static_cast<rlim_t>(lowestFree) + static_cast<rlim_t>(count);
         setrlimit(RLIMIT_NOFILE, &tight);
     }
     ~DescriptorLimit() { setrlimit(RLIMIT_NOFILE, &previous); }
