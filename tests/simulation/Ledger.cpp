@@ -100,8 +100,7 @@ void Ledger::arrived(const Bytes& payload, const Incoming& incoming)
 
 void Ledger::checkEnd() const
 {
-    for (std::size_t number = 0; number < messages.size(); ++number) {
-        const Message& message = messages[number];
+    for (const Message& message : messages) {
         require(message.ended, "a message has no end");
         require(!message.acknowledged || message.arrivals > 0,
                 "a message was acknowledged and not delivered");

@@ -274,7 +274,7 @@ void Simulation::feed(Station& station, const Arrival& arrival)
     }
 }
 
-Effect Simulation::handle(Station& station, const std::function<void()>& handler)
+Effect Simulation::handle(Station& station, const std::function<void()>& handler) const
 {
     Effect effect;
     effect.clientGone = station.clientGone;

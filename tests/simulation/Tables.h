@@ -29,8 +29,8 @@ inline void require(bool kept, const std::string& where, const char* promise)
 
 /// What one event did to an endpoint, as far as it can be seen.
 struct Effect {
-    Snapshot before;
-    Snapshot after;
+    Snapshot before{};
+    Snapshot after{};
     std::vector<Frame> sent;
     std::size_t delivered = 0;
     bool clientGone = false; ///< The client's pipe takes nothing.
