@@ -3,6 +3,8 @@
 #include <CLI/CLI.hpp>
 
 #include <csignal>
+#include <cstdio>
+#include <exception>
 #include <iostream>
 
 namespace {
@@ -26,9 +28,7 @@ bool runSeed(std::uint64_t seed, const Options& options, Cells& cells, std::ostr
     }
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+int simulate(int argc, char** argv)
 {
     Options options;
     CLI::App app{
@@ -52,4 +52,16 @@ int main(int argc, char** argv)
     out << options.seeds << " runs kept every promise; " << holes << " cells never met\n";
     const bool enoughToMeetAll = options.seeds >= 1000;
     return enoughToMeetAll && holes > 0 ? 1 : 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return simulate(argc, argv);
+    } catch (const std::exception& error) {
+        std::fputs(error.what(), stderr);
+        return 2;
+    }
 }
