@@ -134,10 +134,12 @@ public:
     /// Dropped messages are not reported; requests that the endpoint has not handled yet are not
     /// dropped. From any thread, from the delegate too. Blocks while a burst of frames goes out, so as
     /// long as a proxy does not take it.
+    /// @throws std::bad_alloc while its log line is built, with the messages dropped.
     void clear(bool includeCurrent);
     /// True if no message is queued or under way and nothing waits in the input pipe, frames of the
     /// bus included. What the endpoint has read and not yet handled, at most 64 KiB, is not seen.
     /// False before open(). From any thread, from the delegate too. Blocks as clear() does.
+    /// @throws std::bad_alloc
     bool sendQueueEmpty();
 
 private:
