@@ -1,0 +1,109 @@
+#include "velk/TraceMessageBuffer.h"
+#include "velk/VelkException.h"
+
+#include "Input.h"
+
+#include <cstring>
+#include <string>
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace {
+
+int ends[2];
+[[maybe_unused]] const int made = ::pipe2(ends, O_NONBLOCK);
+
+/// A buffer behind the pipe, and what has become of each byte.
+struct Account {
+    TraceMessageBuffer buffer{ends[0], nullptr};
+    Bytes all;
+    std::size_t found = 0; ///< Where the last message ends, at the earliest.
+    std::size_t used = 0;  ///< Bytes given out or dropped.
+
+    void put(const Bytes& bytes)
+    {
+        const auto written = static_cast<std::size_t>(::write(ends[1], bytes.data(), bytes.size()));
+        require(written == bytes.size(), "the pipe takes what is put in");
+        all.insert(all.end(), bytes.begin(), bytes.end());
+    }
+
+    bool takeOne()
+    {
+        require(buffer.read() == 0, "reading succeeds");
+        try {
+            const auto message = buffer.getNextMessage();
+            return message && settle(*message);
+        } catch (const VelkException& exception) {
+            used += std::stoul(exception.str().substr(exception.str().find(' ')));
+            require(buffer.getNextMessage() == nullptr, "complete messages come before the report");
+            return false;
+        }
+    }
+
+    bool settle(const MessageBase& message)
+    {
+        Bytes record;
+        message.createByteArray(record, true, false);
+        const void* at =
+            memmem(all.data() + found, all.size() - found, record.data(), record.size());
+        require(at != nullptr, "a message is a part of the input, behind the one before");
+        const auto begin = static_cast<const unsigned char*>(at) - all.data();
+        found = static_cast<std::size_t>(begin) + record.size();
+        used += record.size();
+        return true;
+    }
+
+    /// Takes everything that can be had.
+    /// @return the bytes that what is held still waits for; 0 if nothing is held.
+    std::size_t takeAll()
+    {
+        int waiting = 0;
+        do {
+            ioctl(ends[0], FIONREAD, &waiting);
+        } while (takeOne() || waiting > 0);
+        require(found <= used && used <= all.size(), "each byte is given out, dropped or held");
+        const unsigned char* held = all.data() + used;
+        const std::size_t size = all.size() - used;
+        require(size < 2 || (held[0] == 0xA3 && held[1] == 0xC5), "a marker is held");
+        if (size < 8) {
+            return size == 0 ? 0 : 8 - size;
+        }
+        std::uint32_t length = 0;
+        std::memcpy(&length, held + 4, sizeof length);
+        require(size < length && length <= 1U << 20, "less than one record is held");
+        return length - size;
+    }
+};
+
+} // namespace
+
+/// Eight bytes, of which each stands for one piece in turn: its length (0: all that is left), and in
+/// the top bit that only one message is taken behind it. Then the bytes of the stream.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    Input input{data, std::min<std::size_t>(size, 50000)};
+    Bytes cuts = input.bytes(8);
+    cuts.resize(8);
+    Account account;
+    for (std::size_t piece = 0; input.left > 0; ++piece) {
+        const unsigned int length = cuts[piece % 8] & 0x7FU;
+        account.put(input.bytes(length == 0 ? input.left : length));
+        length != cuts[piece % 8] ? account.takeOne() : account.takeAll() != 0;
+    }
+    const std::size_t bound = account.all.size() + (1U << 20);
+    while (const std::size_t wanted = account.takeAll()) {
+        if (wanted > 8192 && cuts[7] != 0) {
+            return 0; // few inputs wait for a megabyte: it takes as long as a hundred others
+        }
+        require(account.all.size() + wanted <= bound, "no input makes it wait for ever");
+        account.put(Bytes(std::min<std::size_t>(wanted, 60000)));
+    }
+    Bytes record;
+    CANExtTraceMessage(0x123, cuts.data(), 8).createByteArray(record, true, false);
+    account.put(record);
+    require(account.takeAll() == 0 && account.found == account.all.size(),
+            "a fresh record gets through");
+    return 0;
+}
