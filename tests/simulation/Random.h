@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <random>
 
 /// All that is random in a run comes from here, so that its seed repeats it everywhere: the engine
@@ -22,7 +23,7 @@ public:
     }
     template <typename Container> auto oneOf(const Container& values)
     {
-        return values.begin()[below(values.size())];
+        return *std::next(values.begin(), static_cast<std::ptrdiff_t>(below(values.size())));
     }
 
 private:

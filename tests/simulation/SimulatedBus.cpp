@@ -36,9 +36,9 @@ void Simulation::transmit(Station& from, const Frame& frame, Origin origin, Time
         cells.hit("fault: bus stalled");
         busFree += static_cast<Time>(random.below(3000)) * ms;
     }
-    if (to.stand != Stand::none) {
+    if (to.standIn != nullptr) {
         trace(to, frame, "not heard");
-        standIn(to, frame);
+        answerInPlaceOf(to, frame);
         return;
     }
     if (runLeft == 0 && random.chance(faults.runLoss)) {
@@ -74,66 +74,53 @@ void Simulation::deliver(Station& to, const Frame& frame, Origin origin)
     // nothing could tell.
     const bool afterCut = std::exchange(to.lastWasCut, false);
     if (random.chance(faults.damage)) {
-        const auto damage = random.below(afterCut ? 1 : 6);
-        if (damage == 0) {
-            cells.hit("fault: record cut");
-            // Of less, the shortest record behind it would not fill the gap, and would wait.
-            arrival.bytes.resize(random.between(16, arrival.bytes.size() - 1));
-            to.lastWasCut = true;
-        } else if (damage == 1) {
-            cells.hit("fault: marker corrupted");
-            arrival.bytes[random.below(2)] ^= static_cast<unsigned char>(random.between(1, 255));
-        } else if (damage == 2) {
-            cells.hit("fault: id corrupted");
-            arrival.bytes[2] = 2;
-        } else if (damage == 3) {
-            cells.hit("fault: length corrupted");
-            arrival.bytes[26] = static_cast<unsigned char>(random.between(9, 255));
-        } else if (damage == 4) {
-            cells.hit("fault: frame too long");
-            const Bytes data(64, frame.data[0]);
-            arrival.bytes = bytesOf(CANTraceMessage(
-                frame.canID, data.data(), static_cast<std::uint8_t>(random.between(9, 64))));
-        } else {
-            cells.hit("fault: garbage in front");
-            arrival.bytes.insert(arrival.bytes.begin(), random.between(1, 50),
-                                 static_cast<unsigned char>(random.below(0xA0)));
-        }
-        if (damage < 5) {
-            arrival.frame.reset();
-            arrival.origin = {};
-        }
+        damage(to, arrival, afterCut);
     }
     to.inbox.emplace(busFree, std::move(arrival));
 }
 
-/// The answers of a peer in whose place something else stands.
-void Simulation::standIn(Station& silent, const Frame& frame)
+void Simulation::damage(Station& to, Arrival& arrival, bool afterCut)
 {
-    const int kind = frame.data[0] >> 4;
-    int code = -1;
-    switch (silent.stand) {
-    case Stand::none:
-    case Stand::silence:
-        break;
-    case Stand::refusals:
-        code = kind < 3 ? (random.chance(0.5) ? 0 : 2) : -1;
-        break;
-    case Stand::readiness:
-        code = kind < 2 ? 1 : -1;
-        break;
-    case Stand::nonsense:
-        code = kind < 3 ? static_cast<int>(random.between(4, 15)) : -1;
-        break;
-    case Stand::acknowledgements:
-        code = kind < 3 ? 3 : -1;
-        break;
+    const auto kind = random.below(afterCut ? 1 : 6);
+    if (kind == 0) {
+        cells.hit("fault: record cut");
+        // Of less, the shortest record behind it would not fill the gap, and would wait.
+        arrival.bytes.resize(random.between(16, arrival.bytes.size() - 1));
+        to.lastWasCut = true;
+    } else if (kind == 1) {
+        cells.hit("fault: marker corrupted");
+        arrival.bytes[random.below(2)] ^= static_cast<unsigned char>(random.between(1, 255));
+    } else if (kind == 2) {
+        cells.hit("fault: id corrupted");
+        arrival.bytes[2] = 2;
+    } else if (kind == 3) {
+        cells.hit("fault: length corrupted");
+        arrival.bytes[26] = static_cast<unsigned char>(random.between(9, 255));
+    } else if (kind == 4) {
+        cells.hit("fault: frame too long");
+        const Bytes data(64, arrival.frame->data[0]);
+        arrival.bytes = bytesOf(CANTraceMessage(arrival.frame->canID, data.data(),
+                                                static_cast<std::uint8_t>(random.between(9, 64))));
+    } else {
+        cells.hit("fault: garbage in front");
+        arrival.bytes.insert(arrival.bytes.begin(), random.between(1, 50),
+                             static_cast<unsigned char>(random.below(0xA0)));
+        return;
     }
-    if (code >= 0) {
-        Frame answer{silent.canID, 8, {}};
-        answer.data[0] = static_cast<std::uint8_t>(0x30 | code);
-        busFree += frameTime;
-        deliver(other(silent), answer, {});
+    arrival.frame.reset();
+    arrival.origin = {};
+}
+
+void Simulation::answerInPlaceOf(Station& deaf, const Frame& frame)
+{
+    if (frame.data[0] >> 4 < deaf.standIn->kinds) {
+        Frame answer{deaf.canID, 8, {}};
+        answer.data[0] = static_cast<std::uint8_t>(0x30 | random.oneOf(deaf.standIn->codes));
+        const Time thinks = random.chance(0.5) ? timeBefore(500 * ms) : 0;
+        actions.emplace(busFree + thinks, [this, &deaf, answer] {
+            busFree = std::max(busFree, now) + frameTime;
+            deliver(other(deaf), answer, {});
+        });
     }
 }
 
@@ -145,11 +132,15 @@ void Simulation::inject(Station& to)
     const auto high = kind == 4 ? random.between(4, 15) : kind;
     Frame frame = frameOf(static_cast<unsigned int>(high << 4 | random.below(16)),
                           static_cast<std::uint32_t>(random.below(0x20000000)), random);
-    if (kind == 1 && random.chance(0.3)) { // a length that no sender announces
+    const bool shorter = kind == 1 && random.chance(0.3);
+    if (shorter) { // a length that no sender announces
         frame.data[0] = 0x10;
         frame.data[1] = static_cast<std::uint8_t>(random.below(8));
     }
     deliver(to, frame, {});
+    if (shorter) {
+        deliver(to, frameOf(0x20, frame.canID, random), {});
+    }
 }
 
 void Simulation::trace(const Station& to, const Frame& frame, const char* fate)

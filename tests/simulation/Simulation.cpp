@@ -8,7 +8,6 @@ using Access = CANTransportThreadAccess;
 namespace {
 
 Time sleptMs = 0;
-constexpr Time faultsEnd = 12 * second;
 constexpr Time restWithin = 1200 * second;
 constexpr std::size_t burst = 585;
 constexpr std::size_t sizes[] = {0, 1, 7, 8, 13, 14, 118, 119, 300, 4095};
@@ -27,7 +26,7 @@ Simulation::Simulation(std::uint64_t seed, Cells& cellCounts, std::ostream* ladd
       cells(cellCounts),
       trail(ladder),
       faults(Faults::draw(random)),
-      sides{{0x123, 0x456, cellCounts}, {0x456, 0x123, cellCounts}}
+      sides{{0x123, cellCounts}, {0x456, cellCounts}}
 {
 }
 
@@ -53,12 +52,8 @@ void Simulation::run()
 
 void Simulation::expectFreshMessage(std::size_t side)
 {
-    Station& station = sides[side];
-    const int message = station.ledger.submit(4095);
-    station.inbox.emplace(
-        now,
-        Arrival{
-            bytesOf(CANTransportTraceMessage(station.ledger.bytesOf(message))), {}, {}, message});
+    const Station& station = sides[side];
+    const int message = request(side, 4095);
     runUntil(now + 60 * second, true);
     require(station.ledger.delivered(message) && station.endpoint->sendQueueEmpty(),
             "a fresh message does not get through after the faults");
@@ -68,7 +63,7 @@ void Simulation::planRequests(std::size_t side)
 {
     const std::uint64_t bursts = random.between(1, 4);
     for (std::uint64_t i = 0; i < bursts; ++i) {
-        const Time at = static_cast<Time>(random.below(static_cast<std::uint64_t>(faultsEnd)));
+        const Time at = timeBefore(faultsEnd);
         for (std::uint64_t left = random.chance(0.3) ? random.between(2, 6) : 1; left > 0; --left) {
             // Long messages are as rare as they are slow; the fresh ones at the end are 4095 long.
             const std::size_t size =
@@ -78,105 +73,13 @@ void Simulation::planRequests(std::size_t side)
     }
 }
 
-void Simulation::planDisturbances()
-{
-    for (std::uint64_t left = random.chance(0.6) ? random.between(1, 3) : 0; left > 0; --left) {
-        const Time start = static_cast<Time>(random.below(static_cast<std::uint64_t>(faultsEnd)));
-        const Time length = static_cast<Time>(random.between(1, 8000)) * ms;
-        disturb(random.below(2), start, std::min(start + length, faultsEnd - 1));
-    }
-}
-
-void Simulation::disturb(std::size_t side, Time start, Time end)
-{
-    Station& station = sides[side];
-    const auto stand = [&](Stand kind, const char* cell) {
-        actions.emplace(start, [this, &station, kind, cell] {
-            station.stand = kind;
-            cells.hit(cell);
-        });
-        actions.emplace(end, [&station] { station.stand = Stand::none; });
-    };
-    switch (random.below(11)) {
-    case 0:
-        return stand(Stand::silence, "fault: a silent peer");
-    case 1:
-        return stand(Stand::refusals, "fault: a peer that refuses everything");
-    case 2:
-        return stand(Stand::readiness, "fault: a peer that is ready for ever");
-    case 3:
-        return stand(Stand::nonsense, "fault: a peer that answers unknown codes");
-    case 4:
-        return stand(Stand::acknowledgements, "fault: a peer that acknowledges everything");
-    case 5:
-    case 6: {
-        const bool full = random.chance(0.5);
-        actions.emplace(start, [this, &station, full] {
-            station.endpoint->breakProxy(full);
-            station.proxyGone = true;
-            cells.hit(full ? "fault: the proxy is full (EAGAIN)"
-                           : "fault: the proxy is gone (EPIPE)");
-        });
-        actions.emplace(end, [&station] {
-            station.endpoint->mendProxy();
-            station.proxyGone = false;
-        });
-        return;
-    }
-    case 7:
-        actions.emplace(start, [this, &station] {
-            station.setClientGone(true);
-            cells.hit("fault: the client's pipe takes nothing");
-        });
-        actions.emplace(end, [&station] { station.setClientGone(false); });
-        return;
-    case 8:
-        actions.emplace(start, [this, &station] {
-            station.clientPauses = true;
-            cells.hit("fault: the client does not read");
-        });
-        actions.emplace(end, [&station] { station.clientPauses = false; });
-        return;
-    case 9: {
-        const bool includeCurrent = random.chance(0.5);
-        actions.emplace(start, [this, side, includeCurrent] { clear(side, includeCurrent); });
-        return;
-    }
-    default:
-        actions.emplace(start, [this, side] { restart(side); });
-        return;
-    }
-}
-
-void Simulation::request(std::size_t side, std::size_t size)
+int Simulation::request(std::size_t side, std::size_t size)
 {
     Station& station = sides[side];
     const int message = station.ledger.submit(size);
-    station.inbox.emplace(
-        now,
-        Arrival{
-            bytesOf(CANTransportTraceMessage(station.ledger.bytesOf(message))), {}, {}, message});
-}
-
-void Simulation::clear(std::size_t side, bool includeCurrent)
-{
-    Station& station = sides[side];
-    const Effect effect = handle(station, [&] { station.endpoint->clear(includeCurrent); });
-    Tables::checkClear(includeCurrent, effect, cells);
-    station.ledger.droppedTo(effect.after.queued);
-}
-
-void Simulation::restart(std::size_t side)
-{
-    cells.hit("fault: a peer that restarts");
-    Station& station = sides[side];
-    for (auto it = station.inbox.begin(); it != station.inbox.end(); it = station.inbox.erase(it)) {
-        if (it->second.request >= 0) {
-            station.ledger.refused(it->second.request);
-        }
-    }
-    readMessages(station);
-    station.restart();
+    const Bytes record = bytesOf(CANTransportTraceMessage(station.ledger.bytesOf(message)));
+    station.inbox.emplace(now, Arrival{record, {}, {}, message});
+    return message;
 }
 
 void Simulation::runUntil(Time end, bool untilRest)

@@ -15,11 +15,17 @@ public:
     void run();
 
 private:
+    static constexpr Time faultsEnd = 12 * second;
+
     // The workload and its faults.
+    Time timeBefore(Time end)
+    {
+        return static_cast<Time>(random.below(static_cast<std::uint64_t>(end)));
+    }
     void planRequests(std::size_t side);
     void planDisturbances();
     void disturb(std::size_t side, Time start, Time end);
-    void request(std::size_t side, std::size_t size);
+    int request(std::size_t side, std::size_t size);
     void clear(std::size_t side, bool includeCurrent);
     void restart(std::size_t side);
 
@@ -41,7 +47,8 @@ private:
     // The bus.
     void transmit(Station& from, const Frame& frame, Origin origin, Time departure);
     void deliver(Station& to, const Frame& frame, Origin origin);
-    void standIn(Station& silent, const Frame& frame);
+    void answerInPlaceOf(Station& deaf, const Frame& frame);
+    void damage(Station& to, Arrival& arrival, bool afterCut);
     void inject(Station& to);
     void trace(const Station& to, const Frame& frame, const char* fate);
     Station& other(const Station& station) { return &station == &sides[0] ? sides[1] : sides[0]; }

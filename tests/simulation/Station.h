@@ -17,15 +17,19 @@ struct Arrival {
 };
 
 /// What answers in the place of an endpoint that does not listen.
-enum class Stand { none, silence, refusals, readiness, nonsense, acknowledgements };
+struct StandIn {
+    const char* cell;
+    std::vector<int> codes; ///< Of the answers, one at random each time.
+    int kinds;              ///< Frames of the kinds below this are answered.
+};
 
 /// One endpoint in virtual time, with what its loop waits for. It is driven without its thread; the
 /// passes of the loop are made by Simulation.
 struct Station {
-    Station(unsigned short id, unsigned short peerId, Cells& cells)
+    Station(unsigned short id, Cells& cellCounts)
         : canID(id),
-          ledger(id, cells),
-          peer(peerId)
+          ledger(id, cellCounts),
+          cells(cellCounts)
     {
         restart();
     }
@@ -52,11 +56,21 @@ struct Station {
         }
     }
 
+    void setProxyGone(bool gone, bool full = false)
+    {
+        gone ? endpoint->breakProxy(full) : endpoint->mendProxy();
+        proxyGone = gone;
+    }
+
     /// The end of a pass: what select() would be given.
     void wait(Time now)
     {
+        const bool consecutive = CANTransportThreadAccess::receiving(*endpoint);
         timed = !CANTransportThreadAccess::restIfIdle(*endpoint);
         const Snapshot state = CANTransportThreadAccess::snapshot(*endpoint);
+        if (!timed && consecutive) {
+            cells.hit("reception: left behind, ended at rest");
+        }
         require(timed == (CANTransportThreadAccess::selectedUs(*endpoint) != 0),
                 "the timer is armed if and only if the endpoint is not at rest");
         require(timed || !state.consecutive, "a receive phase is left behind at rest");
@@ -67,7 +81,7 @@ struct Station {
     std::unique_ptr<Endpoint> endpoint;
     std::multimap<Time, Arrival> inbox;
     Ledger ledger; ///< Of the messages that this side sends.
-    const unsigned short peer;
+    Cells& cells;
 
     Time busyUntil = 0;
     bool timed = false;
@@ -82,5 +96,5 @@ struct Station {
     bool proxyGone = false;
     bool clientPauses = false;
     bool lastWasCut = false;
-    Stand stand = Stand::none;
+    const StandIn* standIn = nullptr;
 };

@@ -1,0 +1,103 @@
+#include "simulation/Simulation.h"
+
+#include <algorithm>
+
+namespace {
+
+const StandIn standIns[] = {
+    {"fault: a silent peer", {}, 0},
+    {"fault: a peer that refuses everything", {0, 2}, 3},
+    {"fault: a peer that is ready for ever", {1}, 2},
+    {"fault: a peer that answers unknown codes", {4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}, 3},
+    {"fault: a peer that acknowledges everything", {3}, 3},
+};
+const StandIn& readyForEver = standIns[2];
+
+} // namespace
+
+void Simulation::planDisturbances()
+{
+    for (std::uint64_t left = random.chance(0.6) ? random.between(1, 3) : 0; left > 0; --left) {
+        const Time start = timeBefore(faultsEnd);
+        const Time length = static_cast<Time>(random.between(1, 8000)) * ms;
+        disturb(random.below(2), start, std::min(start + length, faultsEnd - 1));
+    }
+    for (std::uint64_t left = random.chance(0.2) ? random.between(1, 30) : 0; left > 0; --left) {
+        const std::size_t side = random.below(2);
+        const bool includeCurrent = random.chance(0.5);
+        actions.emplace(timeBefore(faultsEnd),
+                        [this, side, includeCurrent] { clear(side, includeCurrent); });
+    }
+}
+
+void Simulation::disturb(std::size_t side, Time start, Time end)
+{
+    Station& station = sides[side];
+    const auto during = [&](const char* cell, const auto& begin, const auto& finish) {
+        actions.emplace(start, [this, cell, begin] {
+            cells.hit(cell);
+            begin();
+        });
+        actions.emplace(end, finish);
+    };
+    const auto kind = random.below(std::size(standIns) + 6);
+    switch (kind) {
+    case 0:
+    case 1: {
+        const bool full = kind == 0;
+        return during(
+            full ? "fault: the proxy is full (EAGAIN)" : "fault: the proxy is gone (EPIPE)",
+            [&station, full] { station.setProxyGone(true, full); },
+            [&station] { station.setProxyGone(false); });
+    }
+    case 2:
+        return during(
+            "fault: the client's pipe takes nothing", [&station] { station.setClientGone(true); },
+            [&station] { station.setClientGone(false); });
+    case 3:
+        return during(
+            "fault: the client does not read", [&station] { station.clientPauses = true; },
+            [&station] { station.clientPauses = false; });
+    case 4:
+        actions.emplace(start, [this, side] { restart(side); });
+        return;
+    case 5: // a ready answer to a single frame ends a reception, all but its phase
+        during(
+            "fault: a ready answer crosses a first frame",
+            [this, side] {
+                sides[side].standIn = &readyForEver;
+                request(1 - side, 1);
+                request(side, 300);
+            },
+            [&station] { station.standIn = nullptr; });
+        actions.emplace(start + 700 * ms, [this, side] { clear(1 - side, true); });
+        return;
+    default: {
+        const StandIn& standIn = standIns[kind - 6];
+        return during(
+            standIn.cell, [&station, &standIn] { station.standIn = &standIn; },
+            [&station] { station.standIn = nullptr; });
+    }
+    }
+}
+
+void Simulation::clear(std::size_t side, bool includeCurrent)
+{
+    Station& station = sides[side];
+    const Effect effect = handle(station, [&] { station.endpoint->clear(includeCurrent); });
+    Tables::checkClear(includeCurrent, effect, cells);
+    station.ledger.droppedTo(effect.after.queued);
+}
+
+void Simulation::restart(std::size_t side)
+{
+    cells.hit("fault: a peer that restarts");
+    Station& station = sides[side];
+    for (auto it = station.inbox.begin(); it != station.inbox.end(); it = station.inbox.erase(it)) {
+        if (it->second.request >= 0) {
+            station.ledger.refused(it->second.request);
+        }
+    }
+    readMessages(station);
+    station.restart();
+}
