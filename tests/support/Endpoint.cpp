@@ -9,17 +9,49 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+namespace {
+
+void require(bool done, const char* what)
+{
+    if (!done) {
+        throw std::runtime_error(what);
+    }
+}
+
+/// What waits in the pipe: one read takes all that it can hold.
+std::vector<std::unique_ptr<MessageBase>> takeAll(TraceMessageBuffer& buffer)
+{
+    std::vector<std::unique_ptr<MessageBase>> messages;
+    buffer.read();
+    while (auto message = buffer.getNextMessage()) {
+        messages.push_back(std::move(message));
+    }
+    return messages;
+}
+
+/// A pipe that takes nothing: full, or without a reader. Who writes to that has SIGPIPE blocked.
+int deadPipe(bool full)
+{
+    int ends[2] = {-1, -1};
+    require(::pipe2(ends, O_NONBLOCK) == 0, "no dead pipe");
+    if (!full) {
+        ::close(ends[0]);
+    }
+    const Bytes page(4096);
+    while (full && ::write(ends[1], page.data(), page.size()) > 0) {
+    }
+    return ends[1];
+}
+
+} // namespace
+
 Endpoint::Endpoint(int level) : CANTransportThread(level)
 {
     open(outputEnd, inputEnd);
-    if (::pipe2(proxyPipe, O_NONBLOCK) == -1) {
-        throw std::runtime_error("no pipe for the proxy");
-    }
-    // The client's end blocks; a file description of its own lets the tests look without waiting.
-    const std::string path = "/proc/self/fd/" + std::to_string(outputEnd);
+    require(::pipe2(proxyPipe, O_NONBLOCK) == 0, "no pipe for the proxy");
+    fcntl(outputEnd, F_SETFL, O_NONBLOCK);
     proxy = std::make_unique<TraceMessageBuffer>(proxyPipe[0], nullptr);
-    clientEnd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK);
-    client = std::make_unique<TraceMessageBuffer>(clientEnd, nullptr);
+    client = std::make_unique<TraceMessageBuffer>(outputEnd, nullptr);
     setConnection(proxyPipe[1]);
     setSendCANid(ownId);
     std::function<void(statuschange_t, unsigned short)> listener = [this](statuschange_t status,
@@ -33,16 +65,14 @@ Endpoint::Endpoint(int level) : CANTransportThread(level)
 
 Endpoint::~Endpoint()
 {
-    ::close(clientEnd);
     ::close(proxyPipe[0]);
     ::close(proxyPipe[1]);
 }
 
-void Endpoint::frame(std::initializer_list<int> data, std::uint32_t canID)
+void Endpoint::frame(std::initializer_list<std::uint8_t> data, std::uint32_t canID)
 {
     TPCANMsg message{canID, 8, {}};
-    std::transform(data.begin(), data.end(), message.data,
-                   [](int byte) { return static_cast<std::uint8_t>(byte); });
+    std::copy(data.begin(), data.end(), message.data);
     Access::handle(*this, message);
 }
 
@@ -62,48 +92,9 @@ void Endpoint::request(const Bytes& message)
 
 void Endpoint::write(const Bytes& bytes) const
 {
-    if (::write(inputEnd, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
-        throw std::runtime_error("the input pipe does not take the bytes");
-    }
+    require(::write(inputEnd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()),
+            "the input pipe does not take the bytes");
 }
-
-namespace {
-
-/// What waits in the pipe: one read takes all that it can hold.
-std::vector<std::unique_ptr<MessageBase>> takeAll(TraceMessageBuffer& buffer)
-{
-    std::vector<std::unique_ptr<MessageBase>> messages;
-    buffer.read();
-    while (auto message = buffer.getNextMessage()) {
-        messages.push_back(std::move(message));
-    }
-    return messages;
-}
-
-int fullPipe()
-{
-    int ends[2] = {-1, -1};
-    if (::pipe2(ends, O_NONBLOCK) == -1) {
-        throw std::runtime_error("no full pipe");
-    }
-    const Bytes page(4096);
-    while (::write(ends[1], page.data(), page.size()) > 0) {
-    }
-    return ends[1];
-}
-
-/// Nobody reads from it. Who writes to it has SIGPIPE blocked.
-int brokenPipe()
-{
-    int ends[2] = {-1, -1};
-    if (::pipe(ends) == -1) {
-        throw std::runtime_error("no broken pipe");
-    }
-    ::close(ends[0]);
-    return ends[1];
-}
-
-} // namespace
 
 std::vector<CANTransportThread::TPCANMsg> Endpoint::sentFrames()
 {
@@ -140,8 +131,8 @@ std::vector<Bytes> Endpoint::delivered()
 
 void Endpoint::breakProxy(bool full)
 {
-    static const int broken[2] = {fullPipe(), brokenPipe()};
-    setConnection(full ? broken[0] : broken[1]);
+    static const int dead[2] = {deadPipe(false), deadPipe(true)};
+    setConnection(dead[full ? 1 : 0]);
 }
 
 void Endpoint::breakClient() { savedOutput = std::exchange(Access::outputWriteEnd(*this), -1); }
@@ -151,7 +142,7 @@ void Endpoint::mendClient() { Access::outputWriteEnd(*this) = std::exchange(save
 int Endpoint::outputWaiting() const
 {
     int bytes = 0;
-    ioctl(clientEnd, FIONREAD, &bytes);
+    ioctl(outputEnd, FIONREAD, &bytes);
     return bytes;
 }
 
@@ -174,18 +165,7 @@ CANTransportThreadAccess::Snapshot CANTransportThreadAccess::snapshot(CANTranspo
             inUs(e.selectTimeoutLeft)};
 }
 
-Lines Endpoint::statuses()
-{
-    Lines result;
-    result.swap(heard);
-    return result;
-}
-
-long Endpoint::timerMs()
-{
-    const timeval& left = Access::timeLeft(*this);
-    return left.tv_sec * 1000 + left.tv_usec / 1000;
-}
+Lines Endpoint::statuses() { return std::exchange(heard, {}); }
 
 Bytes bytesOf(const MessageBase& message)
 {
@@ -205,25 +185,25 @@ Bytes pattern(std::size_t size)
 
 std::vector<CANTransportThread::TPCANMsg> cut(const Bytes& message)
 {
-    using Frame = CANTransportThread::TPCANMsg;
-    std::vector<Frame> frames;
-    const auto size = message.size();
-    Frame first{Endpoint::peerId, 8, {}};
-    if (size < 8) {
-        first.data[0] = static_cast<std::uint8_t>(size);
-        std::copy(message.begin(), message.end(), first.data + 1);
-        return {first};
+    Bytes bytes;
+    const auto add = [&bytes](std::size_t byte) {
+        bytes.push_back(static_cast<unsigned char>(byte));
+    };
+    if (message.size() > 7) {
+        add(0x10 | message.size() >> 8);
     }
-    first.data[0] = static_cast<std::uint8_t>(0x10 | (size >> 8));
-    first.data[1] = static_cast<std::uint8_t>(size);
-    std::copy_n(message.begin(), 6, first.data + 2);
-    frames.push_back(first);
-    for (std::size_t at = 6, number = 0; at < size; at += 7, ++number) {
-        Frame next{Endpoint::peerId, 8, {}};
-        next.data[0] = static_cast<std::uint8_t>(0x20 | (number % 16));
-        std::copy_n(message.begin() + static_cast<std::ptrdiff_t>(at),
-                    std::min<std::size_t>(7, size - at), next.data + 1);
-        frames.push_back(next);
+    add(message.size());
+    for (const unsigned char byte : message) {
+        if (bytes.size() % 8 == 0) {
+            add(0x20 | (bytes.size() / 8 - 1) % 16);
+        }
+        add(byte);
+    }
+    bytes.resize((bytes.size() + 7) / 8 * 8);
+    std::vector<CANTransportThread::TPCANMsg> frames;
+    for (std::size_t at = 0; at < bytes.size(); at += 8) {
+        frames.push_back({Endpoint::peerId, 8, {}});
+        std::copy_n(bytes.data() + at, 8, frames.back().data);
     }
     return frames;
 }
@@ -238,9 +218,4 @@ std::string hex(const CANTransportThread::TPCANMsg& frame)
     return text;
 }
 
-std::string fc(int code)
-{
-    CANTransportThread::TPCANMsg frame{0, 8, {}};
-    frame.data[0] = static_cast<std::uint8_t>(0x30 | code);
-    return hex(frame);
-}
+std::string fc(int code) { return "3" + std::to_string(code) + " 00 00 00 00 00 00 00"; }

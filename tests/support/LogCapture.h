@@ -27,17 +27,16 @@ public:
     /// Returns when the text has been written to one of the two.
     void waitFor(const std::string& text)
     {
-        while (!has(text)) {
+        const auto has = [&] {
+            const std::lock_guard<std::mutex> lock(LogUtil::logMutex);
+            return (outText.str() + errText.str()).find(text) != std::string::npos;
+        };
+        while (!has()) {
             millisleep(1);
         }
     }
 
 private:
-    bool has(const std::string& text) const
-    {
-        const std::lock_guard<std::mutex> lock(LogUtil::logMutex);
-        return (outText.str() + errText.str()).find(text) != std::string::npos;
-    }
     static std::string take(std::ostringstream& stream)
     {
         const std::lock_guard<std::mutex> lock(LogUtil::logMutex);

@@ -1,0 +1,234 @@
+#include "support/Endpoint.h"
+#include "support/LogCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <filesystem>
+#include <future>
+#include <random>
+#include <thread>
+
+#include <malloc.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+namespace {
+
+using Delegate = std::function<void(CANTransportThread::statuschange_t, unsigned short)>;
+
+/// An endpoint and its client, who sends messages to the peer's client one by one. Unlike Endpoint it
+/// has no memory and no descriptor but the library's.
+struct Client : CANTransportThread {
+    Client()
+    {
+        open(output, input);
+        sent = arrived = static_cast<unsigned int>(input); // no endpoint has another's messages
+        Delegate listener = [this](auto status, auto) {
+            setDebugLevel(0);
+            sendQueueEmpty();
+            if (status == CTT_ACKNOWLEDGED) {
+                clear(false); // nothing waits behind the only message
+                ++acknowledged;
+            }
+            underWay -= status == CTT_CONNECTED || status == CTT_RECEIVE_TIMEOUT ? 0 : 1;
+        };
+        setDelegate(listener);
+    }
+
+    /// No byte of it stands at the same place in the message before.
+    static Bytes message(unsigned int number)
+    {
+        constexpr unsigned int sizes[] = {1, 7, 8, 13, 14, 4095, 118, 119, 20, 300, 5};
+        const Bytes bytes = pattern(number % 256 + sizes[number % std::size(sizes)]);
+        return {bytes.begin() + number % 256, bytes.end()};
+    }
+
+    void send(bool again = false)
+    {
+        sent += again ? 0U : 1U;
+        ++underWay;
+        const Bytes bytes = bytesOf(CANTransportTraceMessage(message(sent)));
+        EXPECT_NE(write(input, bytes.data(), bytes.size()), -1);
+    }
+
+    /// Returns when the message has come and its end is known. Has it ended before, it is sent again:
+    /// a message ends acknowledged or reported; only a clear() ends it in silence.
+    void awaitAt(const Client& peer, bool cleared = false)
+    {
+        bool ended = false;
+        for (int looks = 0; !ended || arrived < sent; ++looks) {
+            ended = underWay == 0 || (cleared && sendQueueEmpty());
+            const unsigned int acknowledgedBefore = acknowledged;
+            pollfd wait{peer.output, POLLIN, 0};
+            if (poll(&wait, 1, arrived == sent && looks < 100 ? 0 : 1) == 1) {
+                TraceMessageBuffer buffer(peer.output, nullptr); // each record came in one piece
+                buffer.read();
+                while (const auto record = buffer.getNextMessage()) {
+                    const Bytes& bytes = dynamic_cast<CANTransportTraceMessage&>(*record).payload;
+                    arrived += bytes == message(arrived) ? 0U : 1U; // the last one may come again
+                    EXPECT_EQ(bytes, message(arrived));
+                    ++delivered;
+                }
+            }
+            EXPECT_LE(acknowledgedBefore, delivered);
+            if (ended && arrived < sent) {
+                send(true);
+            }
+        }
+    }
+
+    int output = -1;
+    int input = -1;
+    unsigned int sent;    ///< Number of the last message.
+    unsigned int arrived; ///< Number of the last one at the peer's client.
+    unsigned int delivered = 0;
+    std::atomic<unsigned int> acknowledged{0};
+    std::atomic<int> underWay{0};
+};
+
+/// Two endpoints with their threads. Each one's frames go straight into the other's input pipe.
+struct RunningPair {
+    RunningPair()
+    {
+        a.setConnection(b.input);
+        b.setConnection(a.input);
+        a.start();
+        b.start();
+    }
+    ~RunningPair()
+    {
+        a.stop();
+        b.stop();
+    }
+
+    Client a;
+    Client b;
+};
+
+} // namespace
+
+TEST(Threads, messagesPassWhileEightClientThreadsMeddle)
+{
+    LogCapture log;
+    RunningPair pair;
+    std::atomic<bool> clearIsDue{false};
+    std::atomic<bool> done{false};
+    const auto meddle = [&](Client* client) {
+        for (int level = 0; !done; ++level) {
+            client->clear(clearIsDue.exchange(false));
+            client->setDebugLevel(level % 4);
+            client->sendQueueEmpty();
+            std::this_thread::yield();
+        }
+    };
+    std::vector<std::future<void>> meddlers; // the destructor waits for them
+    for (int i = 0; i < 8; ++i) {
+        meddlers.push_back(std::async(std::launch::async, meddle, i % 2 == 0 ? &pair.a : &pair.b));
+    }
+    for (unsigned int i = 0; i < 10000 / VELK_TEST_SHARE; ++i) {
+        Client& sender = i % 2 == 0 ? pair.a : pair.b;
+        sender.send();
+        clearIsDue = i % 500 == 0; // what it breaks off in the middle costs up to a second
+        sender.awaitAt(i % 2 == 0 ? pair.b : pair.a, true);
+        log.out(); // keeps it small
+    }
+    done = true;
+}
+
+TEST(Threads, stopAtAnyMomentLosesNoMessageAndLeavesNothingBehind)
+{
+    LogCapture log;
+    const auto entriesOf = [](const char* directory) {
+        return std::distance(std::filesystem::directory_iterator(directory), {});
+    };
+    std::thread([] {}).join(); // a sanitizer starts a thread of its own with the first
+    const auto descriptors = entriesOf("/proc/self/fd");
+    const auto threads = entriesOf("/proc/self/task");
+    std::vector<std::thread> drivers; // many, for a message that was broken off waits for a second
+    for (unsigned int seed = 0; seed < 100; ++seed) {
+        drivers.emplace_back([seed] {
+            RunningPair pair;
+            std::mt19937 random(seed);
+            for (unsigned int round = 0; round < 100 / VELK_TEST_SHARE; ++round) {
+                pair.a.send();
+                usleep(static_cast<useconds_t>(random() % 1000));
+                Client& stopped = random() % 2 == 0 ? pair.a : pair.b;
+                stopped.stop();
+                stopped.start();
+                pair.a.awaitAt(pair.b);
+            }
+        });
+    }
+    for (std::thread& driver : drivers) {
+        driver.join();
+    }
+    EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
+    while (entriesOf("/proc/self/task") > threads) { // the kernel takes its time behind a join
+    }
+}
+
+TEST(Threads, stopGetsThroughWhereverTheThreadStandsAndStartGoesOn)
+{
+    const Bytes request = bytesOf(CANTransportTraceMessage({7}));
+    const Bytes refusal = bytesOf(CANTraceMessage(1, Bytes{0x30}.data(), 1));
+    // What leads to the place, and the line in front of it. LoopTest has the writes to full pipes.
+    const std::tuple<Bytes, Bytes, const char*> rows[] = {
+        {{}, {}, "timeout set to 0"},
+        {request, {}, "state = RCTS_SENDING RCTS_WAIT_FOR_FC"},
+        {request, refusal, "NOT_READY_TO_RECEIVE received"},
+        {refusal, {}, "CTT_CONNECTED"},
+        {bytesOf(CANTraceMessage(1, pattern(9).data(), 9)), {}, "left by an exception"}};
+    for (const auto& [first, second, line] : rows) {
+        LogCapture log;
+        Endpoint endpoint(3);
+        bool whole = true;
+        Delegate slow = [&](auto, auto) {
+            whole = false;
+            millisleep(20); // a cancellation point, but for the rule
+            whole = true;
+        };
+        endpoint.setDelegate(slow);
+        endpoint.write(first);
+        endpoint.write(second);
+        endpoint.start();
+        log.waitFor(line);
+        endpoint.stop();
+        EXPECT_TRUE(whole) << line;
+        log.out();
+        endpoint.start();
+        endpoint.write(request);
+        log.waitFor("CAN write to canProxyFD: CAN frame 0x123 [8] 01 07");
+        endpoint.stop();
+    }
+}
+
+TEST(Threads, aThousandEndpointsExchangeMessagesBothWaysAtOnce)
+{
+    constexpr unsigned int endpoints = 1000 / VELK_TEST_SHARE;
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = 4 * endpoints + 100;
+    if (setrlimit(RLIMIT_NOFILE, &limit) == -1) {
+        GTEST_SKIP() << "the hard limit of descriptors is " << limit.rlim_max;
+    }
+    LogCapture log;
+    const std::size_t heapBefore = mallinfo2().uordblks;
+    std::deque<RunningPair> pairs(endpoints / 2);
+    for (int round = 0; round < 5; ++round) {
+        for (RunningPair& pair : pairs) {
+            pair.a.send();
+            pair.b.send();
+        }
+        for (RunningPair& pair : pairs) {
+            pair.a.awaitAt(pair.b);
+            pair.b.awaitAt(pair.a);
+        }
+    }
+    if (VELK_TEST_SHARE == 1) { // a sanitizer has a heap of its own
+        const std::size_t bytes = (mallinfo2().uordblks - heapBefore) / endpoints;
+        std::printf("heap in use for each endpoint: %zu bytes\n", bytes);
+        RecordProperty("heapBytesPerEndpoint", std::to_string(bytes));
+    }
+}
