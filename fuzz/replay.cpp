@@ -6,6 +6,7 @@
 /// Runs the inputs in the files of the command line once, for builds without libFuzzer.
 int main(int count, char** names)
 {
+    require(count > 1, "there is a corpus");
     for (int i = 1; i < count; ++i) {
         std::ifstream file(names[i], std::ios::binary);
         require(file.is_open(), names[i]);

@@ -55,9 +55,9 @@ void Simulation::disturb(std::size_t side, Time start, Time end)
             "fault: the client's pipe takes nothing", [&station] { station.setClientGone(true); },
             [&station] { station.setClientGone(false); });
     case 3:
-        return during(
-            "fault: the client does not read", [&station] { station.clientPauses = true; },
-            [&station] { station.clientPauses = false; });
+        return during( // its endpoint stands in the middle of a delivery, and everything else waits
+            "fault: the client does not read",
+            [&station, end] { station.busyUntil = std::max(station.busyUntil, end); }, [] {});
     case 4:
         actions.emplace(start, [this, side] { restart(side); });
         return;
@@ -98,6 +98,5 @@ void Simulation::restart(std::size_t side)
             station.ledger.refused(it->second.request);
         }
     }
-    readMessages(station);
     station.restart();
 }

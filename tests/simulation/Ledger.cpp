@@ -8,10 +8,13 @@ void Incoming::accept(const Frame& frame, const Origin& origin, const Snapshot& 
     const int low = frame.data[0] & 0x0F;
     if (kind < 2 && !before.consecutive) {
         const bool ofAMessage = origin.message != Origin::stranger && origin.index == 0;
-        *this = {origin.message, 1, origin.copy, !ofAMessage};
+        *this = {origin.message, 1, origin.copy, !ofAMessage, {}, 0};
+        length = static_cast<std::size_t>(kind == 0 ? low : low << 8 | frame.data[1]);
+        bytes.assign(frame.data + 1 + kind, frame.data + (kind == 0 ? 1 + low % 8 : 8));
     } else if (kind == 2 && before.consecutive && low == before.sequence) {
         mixed = mixed || origin.message != message || origin.index != next;
         ++next;
+        bytes.insert(bytes.end(), frame.data + 1, frame.data + 8);
     }
 }
 
@@ -80,6 +83,9 @@ void Ledger::droppedTo(std::size_t left)
 
 void Ledger::arrived(const Bytes& payload, const Incoming& incoming)
 {
+    require(std::equal(payload.begin(), payload.end(), incoming.bytes.begin()) &&
+                payload.size() <= incoming.bytes.size(),
+            "a message arrives that is not what its frames carried");
     if (incoming.mixed) {
         cells.hit("limit: delivered with a frame that is not its own");
         return;

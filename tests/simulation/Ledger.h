@@ -23,6 +23,8 @@ struct Incoming {
     /// A frame has been accepted that fits by its number, but is not the next one of this message:
     /// a stranger's, or one behind a loss of 16. The format has nothing to tell it by.
     bool mixed = false;
+    Bytes bytes;            ///< What has been accepted.
+    std::size_t length = 0; ///< As announced.
 
     void accept(const Frame& frame, const Origin& origin, const Snapshot& before);
 };
@@ -51,6 +53,7 @@ public:
     void arrived(const Bytes& payload, const Incoming& incoming);
     std::size_t queued() const { return queue.size(); }
     bool ended(int message) const { return messages.at(at(message)).ended; }
+    bool acknowledged(int message) const { return messages.at(at(message)).acknowledged; }
     bool delivered(int message) const { return messages.at(at(message)).arrivals > 0; }
     /// What has to hold when everything has come to rest.
     void checkEnd() const;

@@ -103,7 +103,8 @@ void Simulation::damage(Station& to, Arrival& arrival, bool afterCut)
                                                 static_cast<std::uint8_t>(random.between(9, 64))));
     } else {
         cells.hit("fault: garbage in front");
-        arrival.bytes.insert(arrival.bytes.begin(), random.between(1, 50),
+        const auto count = random.between(1, 50);
+        arrival.bytes.insert(arrival.bytes.begin(), count,
                              static_cast<unsigned char>(random.below(0xA0)));
         return;
     }
@@ -130,8 +131,9 @@ void Simulation::inject(Station& to)
     const auto kind = random.below(5);
     cells.hit("fault: stray " + (kind == 4 ? "unknown" : std::to_string(kind)));
     const auto high = kind == 4 ? random.between(4, 15) : kind;
-    Frame frame = frameOf(static_cast<unsigned int>(high << 4 | random.below(16)),
-                          static_cast<std::uint32_t>(random.below(0x20000000)), random);
+    const auto first = static_cast<unsigned int>(high << 4 | random.below(16));
+    const auto canID = static_cast<std::uint32_t>(random.below(0x20000000));
+    Frame frame = frameOf(first, canID, random);
     const bool shorter = kind == 1 && random.chance(0.3);
     if (shorter) { // a length that no sender announces
         frame.data[0] = 0x10;

@@ -1,5 +1,7 @@
 #include "simulation/Simulation.h"
 
+#include "velk/BufferMismatchException.h"
+
 #include <algorithm>
 #include <iomanip>
 
@@ -9,7 +11,6 @@ namespace {
 
 Time sleptMs = 0;
 constexpr Time restWithin = 1200 * second;
-constexpr std::size_t burst = 585;
 constexpr std::size_t sizes[] = {0, 1, 7, 8, 13, 14, 118, 119, 300, 4095};
 
 bool isCodeOf(const Arrival* cause, int code)
@@ -55,7 +56,7 @@ void Simulation::expectFreshMessage(std::size_t side)
     const Station& station = sides[side];
     const int message = request(side, 4095);
     runUntil(now + 60 * second, true);
-    require(station.ledger.delivered(message) && station.endpoint->sendQueueEmpty(),
+    require(station.ledger.delivered(message) && station.ledger.acknowledged(message),
             "a fresh message does not get through after the faults");
 }
 
@@ -150,7 +151,7 @@ void Simulation::feed(Station& station, const Arrival& arrival)
     Effect effect = handle(station, [&] {
         try {
             station.endpoint->takeInput();
-        } catch (const std::exception&) { // the thread sleeps and enters its code again
+        } catch (const BufferMismatchException&) { // the thread sleeps and enters its code again
             millisleep(10);
             station.endpoint->takeInput();
         }
@@ -186,7 +187,7 @@ Effect Simulation::handle(Station& station, const std::function<void()>& handler
     sleptMs = 0;
     handler();
     Access::checkInvariants(*station.endpoint);
-    station.busyUntil = now + sleptMs * ms;
+    station.busyUntil = std::max(now, station.busyUntil) + sleptMs * ms;
     effect.after = Access::snapshot(*station.endpoint);
     effect.sent = station.endpoint->sentFrames();
     return effect;
@@ -198,19 +199,11 @@ void Simulation::observe(Station& station, Effect& effect, const Arrival* cause)
     if (effect.proxyGone) {
         station.ledger.lostSight();
     }
-    require(effect.sent.size() <= burst + 2, "more than a burst leaves for one event");
     const Origin answered{station.incoming.mixed ? Origin::stranger : station.incoming.message, 0,
                           false};
-    const int waiting = station.endpoint->outputWaiting();
-    if (waiting > station.bytesUnread) {
-        effect.delivered = 1;
-        station.unread.push_back(station.incoming);
-    }
-    station.bytesUnread = waiting;
-    constexpr int nearlyFull = 50000; // a client that paused longer would stop its endpoint
-    if (waiting > (station.clientPauses ? nearlyFull : 0)) {
-        readMessages(station);
-        station.bytesUnread = 0;
+    for (const Bytes& payload : station.endpoint->delivered()) {
+        ++effect.delivered;
+        other(station).ledger.arrived(payload, station.incoming);
     }
     for (const Frame& frame : effect.sent) {
         const bool answer = frame.data[0] >> 4 == CANTransportThread::CTP_FLOW_CONTROL;
@@ -218,7 +211,10 @@ void Simulation::observe(Station& station, Effect& effect, const Arrival* cause)
         transmit(station, frame, origin, station.busyUntil);
     }
     checkStatuses(station, effect, cause);
-    if (effect.after.retries == 0 && effect.before.queued == effect.after.queued) {
+    require(station.outageReported || station.ledger.queued() <= effect.after.queued,
+            "messages are given up and nobody hears of it");
+    if (effect.before.retries > 0 && effect.after.retries == 0 &&
+        effect.before.queued == effect.after.queued) {
         station.ledger.retriesReset();
     }
     station.ledger.droppedTo(effect.after.queued);
@@ -226,17 +222,9 @@ void Simulation::observe(Station& station, Effect& effect, const Arrival* cause)
             "the queue has another length than its messages");
 }
 
-void Simulation::readMessages(Station& station)
-{
-    for (const Bytes& payload : station.endpoint->delivered()) {
-        require(!station.unread.empty(), "two messages are delivered at once");
-        other(station).ledger.arrived(payload, station.unread.front());
-        station.unread.pop_front();
-    }
-}
-
 void Simulation::checkStatuses(Station& station, const Effect& effect, const Arrival* cause)
 {
+    bool receiveTimeout = false;
     for (const std::string& text : station.endpoint->statuses()) {
         const std::string status = text.substr(0, text.find(' '));
         cells.hit("status: " + status);
@@ -250,9 +238,7 @@ void Simulation::checkStatuses(Station& station, const Effect& effect, const Arr
                     "CTT_ACKNOWLEDGED without a cause");
             station.ledger.acknowledged(std::stoi(text.substr(text.find(' '))), cause->origin);
         } else if (status == "CTT_RECEIVE_TIMEOUT") {
-            require(cause == nullptr &&
-                        (effect.before.state & CANTransportThread::RCTS_RECEIVING) != 0,
-                    "CTT_RECEIVE_TIMEOUT without a cause");
+            receiveTimeout = true;
         } else {
             const bool lost = status == "CTT_DISCONNECTED";
             require(!station.outageReported && station.connected == lost, status, " out of turn");
@@ -260,7 +246,11 @@ void Simulation::checkStatuses(Station& station, const Effect& effect, const Arr
                         effect.after.queued == 0,
                     status, " without a cause");
             station.outageReported = true;
+            station.connected = false;
         }
     }
-    station.connected = station.connected && effect.after.connected;
+    require(station.connected == effect.after.connected, "the peer is lost or heard in silence");
+    const bool expired =
+        cause == nullptr && (effect.before.state & CANTransportThread::RCTS_RECEIVING) != 0;
+    require(expired == receiveTimeout, "CTT_RECEIVE_TIMEOUT without a cause, or none");
 }

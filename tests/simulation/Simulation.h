@@ -41,7 +41,6 @@ private:
     void feed(Station& station, const Arrival& arrival);
     Effect handle(Station& station, const std::function<void()>& handler) const;
     void observe(Station& station, Effect& effect, const Arrival* cause);
-    void readMessages(Station& station);
     void checkStatuses(Station& station, const Effect& effect, const Arrival* cause);
 
     // The bus.

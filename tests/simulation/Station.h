@@ -3,7 +3,6 @@
 #include "simulation/Faults.h"
 #include "simulation/Ledger.h"
 
-#include <deque>
 #include <map>
 #include <memory>
 #include <optional>
@@ -44,7 +43,6 @@ struct Station {
         connected = false;
         outageReported = false;
         incoming = {};
-        bytesUnread = 0;
         ledger.droppedTo(0);
     }
 
@@ -71,7 +69,8 @@ struct Station {
         if (!timed && consecutive) {
             cells.hit("reception: left behind, ended at rest");
         }
-        require(timed == (CANTransportThreadAccess::selectedUs(*endpoint) != 0),
+        require(timed == (state.state != 0 || state.queued > 0) &&
+                    timed == (CANTransportThreadAccess::selectedUs(*endpoint) != 0),
                 "the timer is armed if and only if the endpoint is not at rest");
         require(timed || !state.consecutive, "a receive phase is left behind at rest");
         deadline = now + state.timerUs;
@@ -88,13 +87,10 @@ struct Station {
     Time deadline = 0;
 
     Incoming incoming;
-    int bytesUnread = 0;
-    std::deque<Incoming> unread; ///< For each message that waits for the client.
     bool connected = false;
     bool outageReported = false;
     bool clientGone = false;
     bool proxyGone = false;
-    bool clientPauses = false;
     bool lastWasCut = false;
     const StandIn* standIn = nullptr;
 };

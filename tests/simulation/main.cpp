@@ -7,6 +7,8 @@
 #include <exception>
 #include <iostream>
 
+#include <unistd.h>
+
 namespace {
 
 struct Options {
@@ -15,14 +17,26 @@ struct Options {
     bool trace = false;
 };
 
+std::uint64_t currentSeed = 0;
+
+/// An assertion, a sanitizer or a crash ends the program: it tells the seed too.
+void tellSeed(int signal)
+{
+    char text[64];
+    const int length = std::snprintf(text, sizeof text, "signal %d in seed %llu\n", signal,
+                                     static_cast<unsigned long long>(currentSeed));
+    [[maybe_unused]] const ssize_t ignored = write(2, text, static_cast<std::size_t>(length));
+}
+
 /// @return whether the run kept all promises.
 bool runSeed(std::uint64_t seed, const Options& options, Cells& cells, std::ostream& out)
 {
+    currentSeed = seed;
     try {
         Simulation(seed, cells, options.trace ? &out : nullptr).run();
         return true;
-    } catch (const BrokenPromise& promise) {
-        out << "seed " << seed << ": " << promise.what() << "\n  velkcan-simulate --seeds 1 --from "
+    } catch (const std::exception& broken) {
+        out << "seed " << seed << ": " << broken.what() << "\n  velkcan-simulate --seeds 1 --from "
             << seed << " --trace\n";
         return false;
     }
@@ -39,11 +53,18 @@ int simulate(int argc, char** argv)
     CLI11_PARSE(app, argc, argv);
 
     signal(SIGPIPE, SIG_IGN);
+    struct sigaction tell {};
+    tell.sa_handler = tellSeed;
+    tell.sa_flags = static_cast<int>(SA_RESETHAND);
+    for (const int fatal : {SIGABRT, SIGSEGV, SIGALRM}) {
+        sigaction(fatal, &tell, nullptr);
+    }
     std::ostream out(std::cout.rdbuf());
     std::cout.rdbuf(nullptr); // what the endpoints log
     std::cerr.rdbuf(nullptr);
     Cells cells(VELK_CELLS);
     for (std::uint64_t seed = options.from; seed < options.from + options.seeds; ++seed) {
+        alarm(60); // a run takes milliseconds
         if (!runSeed(seed, options, cells, out)) {
             return 1;
         }
