@@ -168,7 +168,7 @@ TEST(Threads, stopAtAnyMomentLosesNoMessageAndLeavesNothingBehind)
     for (int looks = 0; entriesOf("/proc/self/task") > threads && looks < 10000; ++looks) {
         millisleep(1); // the kernel takes its time behind a join
     }
-    EXPECT_EQ(entriesOf("/proc/self/task"), threads);
+    EXPECT_LE(entriesOf("/proc/self/task"), threads);
 }
 
 TEST(Threads, stopGetsThroughWhereverTheThreadStandsAndStartGoesOn)
@@ -197,7 +197,9 @@ TEST(Threads, stopGetsThroughWhereverTheThreadStandsAndStartGoesOn)
         endpoint.start();
         log.waitFor(line);
         endpoint.stop();
-        EXPECT_TRUE(whole && endpoint.stateText() != "RCTS_SENDING ") << line;
+        // A refusal that is broken off would leave the message under way with no answer awaited.
+        const int state = Endpoint::Access::snapshot(endpoint).state;
+        EXPECT_TRUE(whole && state != CANTransportThread::RCTS_SENDING) << line;
         log.out();
         endpoint.start();
         endpoint.write(request);
