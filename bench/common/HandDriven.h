@@ -1,0 +1,63 @@
+#pragma once
+
+#include "velk/CANTransportThread.h"
+
+#include "common/Records.h"
+#include "thread/DescriptorSet.h"
+
+/// The door to the passes of the loop.
+struct CANTransportThreadAccess {
+    static int inputOf(const CANTransportThread& endpoint) { return endpoint.inputPipe[0]; }
+    static void pass(CANTransportThread& endpoint, DescriptorSet& input) { endpoint.wakeUp(input); }
+    static void rest(CANTransportThread& endpoint) { endpoint.rest(); }
+};
+
+/// An endpoint whose loop makes its passes on the calling thread, one for each input: what that
+/// takes can be counted, and repeats exactly.
+class HandDriven : public CANTransportThread {
+public:
+    HandDriven() : input(openPipes()) { setConnection(proxy.ends[1]); }
+
+    /// A request, the ready answer and the acknowledgement. `burst` makes the pass that the ready
+    /// answer causes; the frames are taken behind it.
+    template <typename Burst> void send(const Records::Bytes& request, Burst burst)
+    {
+        const std::size_t count = Records::frameCount(request.size() - Records::messageHeader);
+        Records::put(requests, request);
+        pass();
+        Records::take(proxy.ends[0], Records::frameSize);
+        Records::put(requests, Records::ready);
+        burst();
+        Records::take(proxy.ends[0], (count - 1) * Records::frameSize);
+        Records::put(requests, Records::acknowledge);
+        pass();
+    }
+    void send(const Records::Bytes& request)
+    {
+        send(request, [this] { pass(); });
+    }
+
+    /// All frames of a message of `size` bytes, which wait in the pipe together.
+    void receive(const Records::Bytes& frames, std::size_t size)
+    {
+        Records::put(requests, frames);
+        pass();
+        Records::take(proxy.ends[0], 2 * Records::frameSize); // ready and acknowledge
+        Records::take(messages, Records::messageHeader + size);
+    }
+
+    void pass() { CANTransportThreadAccess::pass(*this, input); }
+    void rest() { CANTransportThreadAccess::rest(*this); }
+
+private:
+    int openPipes()
+    {
+        open(messages, requests);
+        return CANTransportThreadAccess::inputOf(*this);
+    }
+
+    int messages = -1;
+    int requests = -1;
+    Records::Pipe proxy;
+    DescriptorSet input;
+};
