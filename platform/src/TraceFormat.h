@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 
 /// The serial form of trace messages: offsets, limits and byte order. The page for people is
 /// docs/trace-format.md.
@@ -33,20 +34,28 @@ inline bool isCanFrame(msgid_t id)
     return id == CAN_TRACE_MSG || id == CAN_EXT_TRACE_MSG || id == CAN_ALT_TRACE_MSG;
 }
 
+// Without loops, so that a compiler makes one load or store of each on a little-endian machine.
+
+template <typename Integer, std::size_t... place>
+Integer get(const unsigned char* bytes, std::index_sequence<place...> /*places*/)
+{
+    return static_cast<Integer>(((static_cast<Integer>(bytes[place]) << (8 * place)) | ...));
+}
+
 template <typename Integer> Integer get(const unsigned char* bytes)
 {
-    Integer value = 0;
-    for (std::size_t i = 0; i < sizeof value; ++i) {
-        value = static_cast<Integer>(value | static_cast<Integer>(bytes[i]) << (8 * i));
-    }
-    return value;
+    return get<Integer>(bytes, std::make_index_sequence<sizeof(Integer)>());
+}
+
+template <typename Integer, std::size_t... place>
+void put(unsigned char* bytes, Integer value, std::index_sequence<place...> /*places*/)
+{
+    ((bytes[place] = static_cast<unsigned char>(value >> (8 * place))), ...);
 }
 
 template <typename Integer> void put(unsigned char* bytes, Integer value)
 {
-    for (std::size_t i = 0; i < sizeof value; ++i) {
-        bytes[i] = static_cast<unsigned char>(value >> (8 * i));
-    }
+    put(bytes, value, std::make_index_sequence<sizeof value>());
 }
 
 } // namespace TraceFormat

@@ -109,6 +109,22 @@ CANExtTraceMessage::CANExtTraceMessage(std::uint32_t frameCanID, const unsigned 
 
 CANExtTraceMessage::~CANExtTraceMessage() = default;
 
+void CANExtTraceMessage::writeClassicRecord(unsigned char* record, std::uint32_t frameCanID,
+                                            const unsigned char* frameData)
+{
+    constexpr std::uint8_t dataLength = 8;
+    static_assert(classicRecordSize ==
+                  TraceFormat::headerSize + TraceFormat::canDataOffset + dataLength);
+    std::fill_n(record, classicRecordSize, static_cast<unsigned char>(0));
+    put(record, TraceFormat::marker);
+    put(record + TraceFormat::idOffset, CAN_EXT_TRACE_MSG);
+    put(record + TraceFormat::lengthOffset, static_cast<std::uint32_t>(classicRecordSize));
+    unsigned char* body = record + TraceFormat::headerSize;
+    body[TraceFormat::canLengthOffset] = dataLength;
+    put(body + TraceFormat::canIdOffset, frameCanID);
+    std::copy_n(frameData, dataLength, body + TraceFormat::canDataOffset);
+}
+
 std::ostream& operator<<(std::ostream& stream, const CANExtTraceMessage& message)
 {
     return message.print(stream);

@@ -14,17 +14,18 @@
 void CANTransportThread::sendCANMessage(TPCANMsg& frame)
 {
     constexpr std::uint32_t standardIdMask = 0x7FF;
-    const CANExtTraceMessage message(frame.canID & standardIdMask, frame.data, frame.len);
+    const std::uint32_t canID = frame.canID & standardIdMask;
     if (debugLevel > 0) {
-        LogLine::debug("sendCANMessage") << "CAN write to canProxyFD: " << message;
+        LogLine::debug("sendCANMessage")
+            << "CAN write to canProxyFD: " << CANExtTraceMessage(canID, frame.data, frame.len);
     }
-    std::vector<unsigned char> bytes;
-    message.createByteArray(bytes, true, false);
+    unsigned char record[CANExtTraceMessage::classicRecordSize];
+    CANExtTraceMessage::writeClassicRecord(record, canID, frame.data);
     ssize_t written = 0;
     int error = 0;
     {
         const CancellableScope cancellable;
-        written = ::write(canProxyFD, bytes.data(), bytes.size());
+        written = ::write(canProxyFD, record, sizeof record);
         error = errno;
     }
     if (written == -1) {

@@ -4,6 +4,7 @@
 #include "thread/LogLine.h"
 
 #include <algorithm>
+#include <cstring>
 #include <mutex>
 
 using namespace FrameFormat;
@@ -12,34 +13,31 @@ namespace {
 
 using Frame = CANTransportThread::TPCANMsg;
 
-void appendSingleFrame(std::vector<Frame>& frames, Frame frame, const unsigned char* bytes,
-                       unsigned int length)
+void fillSingleFrame(Frame& frame, const unsigned char* bytes, unsigned int length)
 {
     frame.data[0] = firstByte(CANTransportThread::CTP_SINGLE_FRAME, length);
     std::copy_n(bytes, length, &frame.data[1]);
-    frames.push_back(frame);
 }
 
-void appendFirstFrame(std::vector<Frame>& frames, Frame frame, const unsigned char* bytes,
-                      unsigned int length)
+void fillFirstFrame(Frame& frame, const unsigned char* bytes, unsigned int length)
 {
     frame.data[0] = firstByte(CANTransportThread::CTP_FIRST_FRAME, length >> 8);
     frame.data[1] = static_cast<std::uint8_t>(length);
     std::copy_n(bytes, firstFrameBytes, &frame.data[2]);
-    frames.push_back(frame);
 }
 
-void appendConsecutiveFrames(std::vector<Frame>& frames, const Frame& empty,
-                             const unsigned char* bytes, unsigned int length)
+/// The frames behind the first one; the rest of the last stays 0.
+void fillConsecutiveFrames(Frame* frame, const unsigned char* bytes, unsigned int length)
 {
     constexpr auto most = static_cast<unsigned int>(consecutiveFrameBytes);
     unsigned int sequenceNumber = 0;
-    for (unsigned int position = firstFrameBytes; position < length; position += most) {
-        Frame frame = empty; // the rest of the last frame stays 0
-        frame.data[0] = firstByte(CANTransportThread::CTP_CONSECUTIVE_FRAME, sequenceNumber++);
-        std::copy_n(bytes + position, std::min(length - position, most), &frame.data[1]);
-        frames.push_back(frame);
+    unsigned int left = length - firstFrameBytes;
+    for (bytes += firstFrameBytes; left > most; left -= most, bytes += most, ++frame) {
+        frame->data[0] = firstByte(CANTransportThread::CTP_CONSECUTIVE_FRAME, sequenceNumber++);
+        std::memcpy(&frame->data[1], bytes, most); // of a known size: no call
     }
+    frame->data[0] = firstByte(CANTransportThread::CTP_CONSECUTIVE_FRAME, sequenceNumber);
+    std::memcpy(&frame->data[1], bytes, left);
 }
 
 std::size_t frameCountOf(unsigned int length)
@@ -62,17 +60,16 @@ void CANTransportThread::prepareData(const unsigned char* bytes, unsigned int le
                                       << MAX_MESSAGE_LENGTH << " can be sent";
         return;
     }
-    auto frames = std::make_unique<Frames>();
-    frames->reserve(frameCountOf(length));
     const TPCANMsg empty{sendCANid, dataBytes, {}};
+    auto frames = std::make_unique<Frames>(frameCountOf(length), empty);
     if (length <= singleFrameBytes) {
-        appendSingleFrame(*frames, empty, bytes, length);
+        fillSingleFrame(frames->front(), bytes, length);
         if (debugLevel != 0) {
             LogLine::debug("prepareData") << "single frame:  " << frames->front();
         }
     } else {
-        appendFirstFrame(*frames, empty, bytes, length);
-        appendConsecutiveFrames(*frames, empty, bytes, length);
+        fillFirstFrame(frames->front(), bytes, length);
+        fillConsecutiveFrames(frames->data() + 1, bytes, length);
         if (debugLevel != 0) {
             LogLine::debug("prepareData") << "consecutive frame:  ";
         }

@@ -90,6 +90,12 @@ public:
     CANExtTraceMessage(std::uint32_t canID, const unsigned char* data, std::uint8_t length,
                        unsigned long long timeStamp = 0);
     ~CANExtTraceMessage() override;
+
+    static constexpr std::size_t classicRecordSize = 39; ///< With 8 data bytes.
+    /// Writes what createByteArray() of such a message gives, with the header and the time stamp 0,
+    /// without making one. @param record room for `classicRecordSize` bytes. @param data 8 bytes.
+    static void writeClassicRecord(unsigned char* record, std::uint32_t canID,
+                                   const unsigned char* data);
 };
 
 class VELK_EXPORT CANAltTraceMessage : public CANTraceMessageBase {
