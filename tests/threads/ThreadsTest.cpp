@@ -123,7 +123,7 @@ TEST(Threads, messagesPassWhileEightClientThreadsMeddle)
             std::this_thread::yield();
         }
     };
-    std::vector<std::future<void>> meddlers; // the destructor waits for them
+    std::deque<std::future<void>> meddlers; // the destructor waits for them
     for (int i = 0; i < 8; ++i) {
         meddlers.push_back(std::async(std::launch::async, meddle, i % 2 == 0 ? &pair.a : &pair.b));
     }
@@ -140,12 +140,10 @@ TEST(Threads, messagesPassWhileEightClientThreadsMeddle)
 TEST(Threads, stopAtAnyMomentLosesNoMessageAndLeavesNothingBehind)
 {
     LogCapture log;
-    const auto entriesOf = [](const char* directory) {
-        return std::distance(std::filesystem::directory_iterator(directory), {});
-    };
+    using Entries = std::filesystem::directory_iterator;
     std::thread([] {}).join(); // a sanitizer starts a thread of its own with the first
-    const auto descriptors = entriesOf("/proc/self/fd");
-    const auto threads = entriesOf("/proc/self/task");
+    const auto descriptors = std::distance(Entries("/proc/self/fd"), {});
+    const auto threads = std::distance(Entries("/proc/self/task"), {});
     std::vector<std::thread> drivers; // many, for a message that was broken off waits for a second
     for (unsigned int seed = 0; seed < 100; ++seed) {
         drivers.emplace_back([seed] {
@@ -164,11 +162,11 @@ TEST(Threads, stopAtAnyMomentLosesNoMessageAndLeavesNothingBehind)
     for (std::thread& driver : drivers) {
         driver.join();
     }
-    EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
-    for (int looks = 0; entriesOf("/proc/self/task") > threads && looks < 10000; ++looks) {
+    EXPECT_EQ(std::distance(Entries("/proc/self/fd"), {}), descriptors);
+    for (int i = 0; std::distance(Entries("/proc/self/task"), {}) > threads && i < 10000; ++i) {
         millisleep(1); // the kernel takes its time behind a join
     }
-    EXPECT_LE(entriesOf("/proc/self/task"), threads);
+    EXPECT_LE(std::distance(Entries("/proc/self/task"), {}), threads);
 }
 
 TEST(Threads, stopGetsThroughWhereverTheThreadStandsAndStartGoesOn)
