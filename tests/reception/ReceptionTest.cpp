@@ -37,7 +37,7 @@ TEST(Reception, aMissingOrFaultyDelegateChangesNothing)
         Endpoint endpoint;
         endpoint.setDelegate(delegate);
         endpoint.frame({0x01, 5});
-        EXPECT_EQ(log.out() == "", delegate == nullptr);
+        EXPECT_EQ(log.out().empty(), delegate == nullptr);
         EXPECT_EQ(log.err(), text);
         EXPECT_EQ(endpoint.sent(), Lines{fc(3)});
     }
