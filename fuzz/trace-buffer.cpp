@@ -17,8 +17,9 @@ int ends[2];
 
 /// A buffer behind the pipe, and what has become of each byte.
 struct Account {
+    const bool framesApart; ///< Frames are taken without a message object.
     TraceMessageBuffer buffer{ends[0], nullptr};
-    Bytes all;
+    Bytes all{};
     std::size_t found = 0; ///< Where the last message ends, at the earliest.
     std::size_t used = 0;  ///< Bytes given out or dropped.
 
@@ -32,9 +33,17 @@ struct Account {
     bool takeOne()
     {
         require(buffer.read() == 0, "reading succeeds");
+        if (framesApart && takeFrame()) {
+            return true;
+        }
         try {
             const auto message = buffer.getNextMessage();
-            return message && settle(*message);
+            if (message) {
+                Bytes record;
+                message->createByteArray(record, true, false);
+                settle(0, record);
+            }
+            return message != nullptr;
         } catch (const VelkException& exception) {
             used += std::stoul(exception.str().substr(exception.str().find(' ')));
             require(buffer.getNextMessage() == nullptr, "complete messages come before the report");
@@ -42,17 +51,29 @@ struct Account {
         }
     }
 
-    bool settle(const MessageBase& message)
+    bool takeFrame()
     {
-        Bytes record;
-        message.createByteArray(record, true, false);
-        const void* at =
-            memmem(all.data() + found, all.size() - found, record.data(), record.size());
+        std::uint32_t canID = 0;
+        std::uint8_t length = 0;
+        unsigned char data[8];
+        const bool taken = buffer.getNextFrame(canID, length, data);
+        if (taken) {
+            Bytes body;
+            CANExtTraceMessage(canID, data, length).createByteArray(body, false, false);
+            settle(26, {body.begin() + 10, body.end()}); // from the length of the data on
+        }
+        return taken;
+    }
+
+    /// The next record ends with these bytes, and has so many in front of them.
+    void settle(std::size_t before, const Bytes& bytes)
+    {
+        const std::size_t from = std::min(found + before, all.size());
+        const void* at = memmem(all.data() + from, all.size() - from, bytes.data(), bytes.size());
         require(at != nullptr, "a message is a part of the input, behind the one before");
         const auto begin = static_cast<const unsigned char*>(at) - all.data();
-        found = static_cast<std::size_t>(begin) + record.size();
-        used += record.size();
-        return true;
+        found = static_cast<std::size_t>(begin) + bytes.size();
+        used += before + bytes.size();
     }
 
     /// Takes everything that can be had.
@@ -80,13 +101,14 @@ struct Account {
 } // namespace
 
 /// Eight bytes, of which each stands for one piece in turn: its length (0: all that is left), and in
-/// the top bit that only one message is taken behind it. Then the bytes of the stream.
+/// the top bit that only one message is taken behind it. If the last is odd, frames are taken apart.
+/// Then the bytes of the stream.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     Input input{data, std::min<std::size_t>(size, 50000)};
     Bytes cuts = input.bytes(8);
     cuts.resize(8);
-    Account account;
+    Account account{cuts[7] % 2 != 0};
     for (std::size_t piece = 0; input.left > 0; ++piece) {
         const unsigned int length = cuts[piece % 8] & 0x7FU;
         account.put(input.bytes(length == 0 ? input.left : length));

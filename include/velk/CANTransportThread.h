@@ -161,6 +161,9 @@ private:
     void checkInvariants();
     std::unique_ptr<MessageBase> getNextTraceMessage();
     void handleData();
+    bool readTraceMessages();
+    void handleTraceMessage(const MessageBase& message);
+    void handleFramesAtHand();
     void report(const char* operation, statuschange_t status, unsigned short value);
     static std::string printState(int value);
 

@@ -120,36 +120,73 @@ std::unique_ptr<MessageBase> TraceMessageBuffer::getNextMessage()
     return nullptr;
 }
 
-/// Moves on to the next complete record, dropping what cannot be one.
+bool TraceMessageBuffer::getNextFrame(std::uint32_t& canID, std::uint8_t& length,
+                                      unsigned char* data)
+{
+    const auto lock = lockIfGiven(guard);
+    if (!findRecord()) {
+        return false;
+    }
+    const unsigned char* record = bytes.data() + first;
+    const unsigned char* body = record + headerSize;
+    if (!TraceFormat::isCanFrame(get<msgid_t>(record + TraceFormat::idOffset)) ||
+        body[TraceFormat::canLengthOffset] > classicDataLength) {
+        return false;
+    }
+    canID = get<std::uint32_t>(body + TraceFormat::canIdOffset);
+    length = body[TraceFormat::canLengthOffset];
+    const unsigned char* source = body + TraceFormat::canDataOffset;
+    if (length == classicDataLength) { // in one piece
+        std::copy_n(source, classicDataLength, data);
+    } else {
+        std::fill(std::copy_n(source, length, data), data + classicDataLength, '\0');
+    }
+    consume(found);
+    return true;
+}
+
+/// Moves on to the next complete record, dropping what cannot be one. Each record is judged once: when
+/// the one in front of it is found.
 bool TraceMessageBuffer::findRecord()
 {
     while (found == 0) {
-        const Verdict verdict = inspect(first);
+        const Verdict verdict = judged ? Verdict::complete : inspect(first);
         if (verdict == Verdict::incomplete) {
             return false;
         }
-        if (verdict == Verdict::complete && !swallowsARecord()) {
-            found = recordLength(first);
-            return true;
+        if (verdict == Verdict::complete) {
+            const std::size_t end = first + recordLength(first);
+            const Verdict next = inspect(end);
+            if (next != Verdict::garbage || !swallowsARecord(end)) {
+                found = end - first;
+                nextJudged = next == Verdict::complete;
+                return true;
+            }
         }
-        const std::size_t garbage = nextCandidate() - first;
-        dropped += garbage;
-        consume(garbage);
+        dropGarbage();
     }
     return true;
+}
+
+void TraceMessageBuffer::dropGarbage()
+{
+    const std::size_t garbage = nextCandidate() - first;
+    dropped += garbage;
+    consume(garbage);
 }
 
 TraceMessageBuffer::Verdict TraceMessageBuffer::inspect(std::size_t position) const
 {
     const unsigned char* record = bytes.data() + position;
     const std::size_t available = bytes.size() - position;
-    unsigned char start[2];
-    TraceFormat::put(start, TraceFormat::marker);
-    if (!std::equal(start, start + std::min<std::size_t>(available, 2), record)) {
-        return Verdict::garbage;
-    }
     if (available < decisiveSize) {
-        return Verdict::incomplete;
+        unsigned char start[2];
+        TraceFormat::put(start, TraceFormat::marker);
+        const bool fits = std::equal(start, start + std::min<std::size_t>(available, 2), record);
+        return fits ? Verdict::incomplete : Verdict::garbage;
+    }
+    if (get<std::uint16_t>(record) != TraceFormat::marker) {
+        return Verdict::garbage;
     }
     const auto id = get<msgid_t>(record + TraceFormat::idOffset);
     const std::size_t length = recordLength(position);
@@ -165,12 +202,9 @@ TraceMessageBuffer::Verdict TraceMessageBuffer::inspect(std::size_t position) co
 /// A record whose writer was cut off takes the beginning of the next one for its own end. It shows by
 /// what follows: no header stands where the next record should begin, but one stands inside whose
 /// record goes on beyond. (A record that lies wholly inside is a message's own content.)
-bool TraceMessageBuffer::swallowsARecord() const
+/// @param end of the record at `first`, where no header stands.
+bool TraceMessageBuffer::swallowsARecord(std::size_t end) const
 {
-    const std::size_t end = first + recordLength(first);
-    if (inspect(end) != Verdict::garbage) {
-        return false;
-    }
     // No sender writes a longer record, and the bound keeps nested headers from costing more and more.
     const std::size_t from = end - std::min(end - first - 1, longestSent);
     for (std::size_t position = from; position < end; ++position) {
@@ -199,14 +233,20 @@ std::size_t TraceMessageBuffer::recordLength(std::size_t position) const
 
 void TraceMessageBuffer::consume(std::size_t count)
 {
+    judged = found != 0 && nextJudged;
     found = 0;
     first += count;
     if (first == bytes.size()) {
-        first = 0;
-        bytes.clear();
-        if (bytes.capacity() > idleCapacity) {
-            bytes.shrink_to_fit();
-        }
+        becomeEmpty();
+    }
+}
+
+void TraceMessageBuffer::becomeEmpty()
+{
+    first = 0;
+    bytes.clear();
+    if (bytes.capacity() > idleCapacity) {
+        bytes.shrink_to_fit();
     }
 }
 

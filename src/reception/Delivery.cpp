@@ -5,6 +5,7 @@
 #include "thread/LogLine.h"
 
 #include <cerrno>
+#include <utility>
 
 #include <unistd.h>
 
@@ -12,9 +13,10 @@
 /// @return whether the client's pipe has taken the message.
 bool CANTransportThread::deliver(unsigned short canID)
 {
-    const CANTransportTraceMessage message(receiveBuffer, canID);
+    CANTransportTraceMessage message(std::move(receiveBuffer), canID);
     std::vector<unsigned char> bytes;
     message.createByteArray(bytes, true, false);
+    receiveBuffer = std::move(message.payload); // what it has grown to serves the next message
     ssize_t written = 0;
     int error = 0;
     {

@@ -4,6 +4,7 @@
 #include "velk/TraceMessage.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -35,15 +36,24 @@ public:
     /// @throws VelkException once all complete messages are given out, if bytes were dropped.
     std::unique_ptr<MessageBase> getNextMessage();
 
+    static constexpr std::size_t classicDataLength = 8;
+    /// Takes the next complete message if it is a CAN frame of at most 8 data bytes, without making
+    /// an object of it; anything else stays for getNextMessage(). Does not touch the descriptor.
+    /// @param data room for 8 bytes; those beyond `length` become 0.
+    /// @return whether there was such a frame; otherwise nothing is written.
+    bool getNextFrame(std::uint32_t& canID, std::uint8_t& length, unsigned char* data);
+
 private:
     enum class Verdict { complete, incomplete, garbage };
 
     bool findRecord();
+    void dropGarbage();
     Verdict inspect(std::size_t position) const;
-    bool swallowsARecord() const;
+    bool swallowsARecord(std::size_t end) const;
     std::size_t nextCandidate() const;
     std::size_t recordLength(std::size_t position) const;
     void consume(std::size_t count);
+    void becomeEmpty();
     std::unique_ptr<MessageBase> parse(const unsigned char* record, std::size_t length) const;
 
     const int fd;
@@ -51,5 +61,7 @@ private:
     std::vector<unsigned char> bytes; ///< What was read; everything before `first` is used up.
     std::size_t first = 0;
     std::size_t found = 0;   ///< Length of the complete record at `first`; 0 if none is known.
+    bool judged = false;     ///< The bytes at `first` have been found to be a complete record.
+    bool nextJudged = false; ///< The same of those behind the record that was found.
     std::size_t dropped = 0; ///< Bytes dropped and not yet reported.
 };
