@@ -9,8 +9,8 @@
 
 #include <unistd.h>
 
-/// The one way out to the bus. A frame that could not be written is lost; only a timeout, here or at
-/// the peer, makes up for it.
+/// The one way out to the bus, to be called in a CancellableScope. A frame that could not be written is
+/// lost; only a timeout, here or at the peer, makes up for it.
 void CANTransportThread::sendCANMessage(TPCANMsg& frame)
 {
     constexpr std::uint32_t standardIdMask = 0x7FF;
@@ -21,15 +21,8 @@ void CANTransportThread::sendCANMessage(TPCANMsg& frame)
     }
     unsigned char record[CANExtTraceMessage::classicRecordSize];
     CANExtTraceMessage::writeClassicRecord(record, canID, frame.data);
-    ssize_t written = 0;
-    int error = 0;
-    {
-        const CancellableScope cancellable;
-        written = ::write(canProxyFD, record, sizeof record);
-        error = errno;
-    }
-    if (written == -1) {
-        LogLine::systemError("sendCANMessage", "failed to send data to the CAN proxy: ", error);
+    if (::write(canProxyFD, record, sizeof record) == -1) {
+        LogLine::systemError("sendCANMessage", "failed to send data to the CAN proxy: ", errno);
     }
 }
 
@@ -40,7 +33,10 @@ void CANTransportThread::sendFlowControl(int code)
     if (debugLevel != 0) {
         LogLine::debug("sendFlowControl") << frame;
     }
-    sendCANMessage(frame);
+    {
+        const CancellableScope cancellable;
+        sendCANMessage(frame);
+    }
     switch (code) {
     case CTP_FC_READY_TO_RECEIVE:
         state |= RCTS_RECEIVING;

@@ -1,5 +1,7 @@
 #include "velk/CANTransportThread.h"
 
+#include "velk/CancellableScope.h"
+
 #include "reception/FrameFormat.h"
 #include "thread/DescriptorSet.h"
 #include "thread/LogLine.h"
@@ -44,10 +46,13 @@ void CANTransportThread::processSendQueue()
         return;
     }
     Attempt attempt{*this};
-    sendCANMessage(*msgPart);
-    if (FrameFormat::kindOf(*msgPart) == CTP_CONSECUTIVE_FRAME) {
-        for (++msgPart; msgPart != frames.end(); ++msgPart) {
-            sendCANMessage(*msgPart);
+    {
+        const CancellableScope cancellable;
+        sendCANMessage(*msgPart);
+        if (FrameFormat::kindOf(*msgPart) == CTP_CONSECUTIVE_FRAME) {
+            for (++msgPart; msgPart != frames.end(); ++msgPart) {
+                sendCANMessage(*msgPart);
+            }
         }
     }
     setSelectTimeout(1, 0);

@@ -31,6 +31,7 @@ LogLine LogLine::error(const char* operation) { return {std::cout, "[ERROR] ", o
 
 void LogLine::systemError(const char* operation, const char* text, int error)
 {
+    const UncancellableScope uncut;
     const std::lock_guard<std::mutex> lock(LogUtil::logMutex);
     std::cerr << "[ERROR] CANTransportThread::" << operation << "() " << text << std::endl;
     LogUtil::printError(error);

@@ -1,12 +1,14 @@
 #pragma once
 
+#include "velk/CancellableScope.h"
+
 #include <ios>
 #include <mutex>
 #include <ostream>
 
 /// One line of the log, from its tag to the newline and the flush. Holds LogUtil::logMutex while it
 /// lives, so it has to end with its statement. The stream's format is the default one meanwhile,
-/// whatever the client has set on it.
+/// whatever the client has set on it. No stop cuts it.
 class LogLine {
 public:
     static LogLine debug(const char* operation);
@@ -39,6 +41,7 @@ public:
 private:
     LogLine(std::ostream& destination, const char* tag, const char* operation);
 
+    const UncancellableScope uncut;
     const std::lock_guard<std::mutex> lock;
     std::ostream& stream;
     const std::ios_base::fmtflags flags;

@@ -4,8 +4,8 @@
 
 /// While it lives, Thread::stop() may end the calling thread at a cancellation point.
 ///
-/// Stands around the calls that may block for long and around nothing else: everything outside of
-/// such a scope runs to its end. A stop that comes meanwhile waits for the next scope. When a stop
+/// Stands around the calls that may block for long, for the frames of a burst around all of them, and
+/// around nothing else: everything outside of such a scope runs to its end. A stop that comes meanwhile waits for the next scope. When a stop
 /// ends the thread, the stack is unwound, so destructors run and scoped locks are released.
 class CancellableScope {
 public:
@@ -13,6 +13,18 @@ public:
     ~CancellableScope() { pthread_setcancelstate(previous, nullptr); }
     CancellableScope(const CancellableScope&) = delete;
     CancellableScope& operator=(const CancellableScope&) = delete;
+
+private:
+    int previous = PTHREAD_CANCEL_DISABLE;
+};
+
+/// The other way round, for what a stop must not cut although it may happen in such a scope.
+class UncancellableScope {
+public:
+    UncancellableScope() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &previous); }
+    ~UncancellableScope() { pthread_setcancelstate(previous, nullptr); }
+    UncancellableScope(const UncancellableScope&) = delete;
+    UncancellableScope& operator=(const UncancellableScope&) = delete;
 
 private:
     int previous = PTHREAD_CANCEL_DISABLE;
