@@ -2,8 +2,9 @@ include(CMakePackageConfigHelpers)
 
 set(velk_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/velkcantransport)
 
-install(TARGETS velkcantransport EXPORT velkcantransport-targets)
-install(DIRECTORY include/velk platform/include/velk DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(TARGETS velkcantransport velkcanclient EXPORT velkcantransport-targets)
+install(DIRECTORY include/velk platform/include/velk client/include/velk
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
 install(EXPORT velkcantransport-targets NAMESPACE velk:: DESTINATION ${velk_package_dir})
 configure_package_config_file(cmake/velkcantransportConfig.cmake.in
@@ -20,5 +21,7 @@ set(velk_pc_dir ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH VELK_PC_PREFIX ${velk_pc_dir} ${CMAKE_INSTALL_PREFIX})
 file(RELATIVE_PATH VELK_PC_INCLUDEDIR ${velk_pc_dir} ${CMAKE_INSTALL_FULL_INCLUDEDIR})
 string(REGEX REPLACE "/$" "" VELK_PC_PREFIX ${VELK_PC_PREFIX})
-configure_file(cmake/velkcantransport.pc.in ${PROJECT_BINARY_DIR}/velkcantransport.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/velkcantransport.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+foreach(library velkcantransport velkcanclient)
+  configure_file(cmake/${library}.pc.in ${PROJECT_BINARY_DIR}/${library}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${library}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endforeach()

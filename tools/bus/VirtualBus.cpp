@@ -1,9 +1,18 @@
 #include "bus/VirtualBus.h"
 
+#include "velk/Millisleep.h"
 #include "velk/VelkException.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
+#include <cstring>
+#include <utility>
+
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
 
 namespace {
 
@@ -11,8 +20,14 @@ namespace {
 /// goes on at its pace.
 constexpr std::chrono::milliseconds greatestLag{10};
 
-constexpr std::size_t wakeUpIndex = 0;
-constexpr std::size_t sourceIndex(std::size_t node) { return 1 + 2 * node; }
+enum WaitIndex : std::size_t { quitIndex, listenerIndex, firstNodeIndex };
+
+[[noreturn]] void fail(const std::string& what, int error)
+{
+    VelkException exception;
+    exception << what << ": " << std::strerror(error);
+    throw exception;
+}
 
 class AllSignalsBlocked {
 public:
@@ -39,64 +54,62 @@ timespec untilThen(Pace::Clock::time_point then)
     return {static_cast<time_t>(seconds.count()), static_cast<long>(rest.count())};
 }
 
+/// Whether the socket of a bus that has died stands there.
+bool isStale(const sockaddr* address, socklen_t size)
+{
+    const Descriptor probe(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    return connect(probe.get(), address, size) == -1 && errno == ECONNREFUSED;
+}
+
 } // namespace
 
-VirtualBus::VirtualBus() : VirtualBus(Options()) {}
-
-VirtualBus::VirtualBus(Options busOptions)
-    : options(std::move(busOptions)),
+VirtualBus::VirtualBus(std::string socketPath, Options busOptions)
+    : path(std::move(socketPath)),
+      options(std::move(busOptions)),
+      quit(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
+      listener(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)),
       injector(options.faults)
 {
-}
-
-VirtualBus::~VirtualBus() { stop(); }
-
-VirtualBus::Attachment VirtualBus::attach(int inputDescriptor, AcceptanceFilter filter)
-{
-    auto node = std::make_unique<BusNode>(inputDescriptor, filter, options.queueLength);
-    const int proxyDescriptor = node->proxyDescriptor();
-    const std::lock_guard<std::mutex> lock(mutex);
-    arrivals.push_back(std::move(node));
-    published.nodes.emplace_back();
-    wake.notify();
-    return {published.nodes.size() - 1, proxyDescriptor};
-}
-
-void VirtualBus::request(std::size_t node, std::vector<unsigned char> record)
-{
-    const std::lock_guard<std::mutex> lock(mutex);
-    if (node >= published.nodes.size()) {
-        VelkException error;
-        error << "VirtualBus::request(): there is no node " << node;
-        throw error;
+    if (quit.get() == -1 || listener.get() == -1) {
+        fail("no descriptor for a bus", errno);
     }
-    requests.emplace_back(node, std::move(record));
-    wake.notify();
-}
-
-void VirtualBus::start()
-{
-    const std::lock_guard<std::mutex> lock(lifecycle);
-    if (thread.joinable()) {
-        return;
-    }
-    stopping = false;
+    listen();
     const AllSignalsBlocked inherited;
     thread = std::thread(&VirtualBus::run, this);
 }
 
+VirtualBus::~VirtualBus() { stop(); }
+
 void VirtualBus::stop()
 {
-    const std::lock_guard<std::mutex> lock(lifecycle);
-    if (!thread.joinable()) {
-        return;
+    if (thread.joinable()) {
+        eventfd_write(quit.get(), 1);
+        thread.join();
+        unlink(path.c_str());
     }
-    {
-        const std::lock_guard<std::mutex> order(mutex);
-        stopping = true;
+}
+
+/// Nobody can connect before the socket has its mode.
+void VirtualBus::listen()
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof address.sun_path) {
+        fail(path, ENAMETOOLONG);
     }
-    wake.notify();
-    thread.join();
+    path.copy(address.sun_path, path.size());
+    const auto* const generic = reinterpret_cast<const sockaddr*>(&address);
+    if (isStale(generic, sizeof address)) {
+        unlink(path.c_str());
+    }
+    if (bind(listener.get(), generic, sizeof address) == -1) {
+        fail(path, errno);
+    }
+    if (chmod(path.c_str(), options.mode) == -1 || ::listen(listener.get(), SOMAXCONN) == -1) {
+        const int error = errno;
+        unlink(path.c_str());
+        fail(path, error);
+    }
 }
 
 VirtualBus::Counters VirtualBus::counters() const
@@ -107,28 +120,13 @@ VirtualBus::Counters VirtualBus::counters() const
 
 void VirtualBus::run()
 {
-    while (takeOrders()) {
+    do {
         carryFrames();
-        flushQueues();
+        forgetTheDead();
         publish();
         waitForEvents();
-        readSenders();
-    }
-}
-
-bool VirtualBus::takeOrders()
-{
-    const std::lock_guard<std::mutex> lock(mutex);
-    if (stopping) {
-        return false;
-    }
-    std::move(arrivals.begin(), arrivals.end(), std::back_inserter(nodes));
-    arrivals.clear();
-    for (const auto& [node, bytes] : requests) {
-        nodes.at(node)->request(bytes);
-    }
-    requests.clear();
-    return true;
+    } while (waits[quitIndex].revents == 0);
+    nodes.clear();
 }
 
 /// All that waits or, at a bitrate, all whose time has come.
@@ -185,7 +183,7 @@ std::optional<VirtualBus::Transmission> VirtualBus::nextFrame()
         const std::size_t sender = (turn + i) % nodes.size();
         if (const auto frame = nodes[sender]->nextFrame(totals.unreadable)) {
             turn = sender + 1;
-            return Transmission{*frame, sender, Fate::carried};
+            return Transmission{*frame, nodes[sender]->number, Fate::carried};
         }
     }
     return std::nullopt;
@@ -211,9 +209,10 @@ void VirtualBus::carry(const Transmission& transmission)
     count(transmission.fate);
     if (transmission.fate != Fate::dropped) {
         serialise(transmission.frame, scratch);
-        for (std::size_t i = 0; i < nodes.size(); ++i) {
-            if (i != transmission.sender && nodes[i]->accepts(transmission.frame.canID)) {
-                nodes[i]->deliver(scratch);
+        for (const auto& node : nodes) {
+            if (node->number != transmission.sender) {
+                const bool taken = node->deliver(scratch, options.queueLength);
+                ++(taken ? totals.delivered : totals.overflowDrops);
             }
         }
     }
@@ -240,36 +239,25 @@ void VirtualBus::count(Fate fate)
     }
 }
 
-void VirtualBus::flushQueues()
+/// A frame of its own that is on the wire still reaches the others.
+void VirtualBus::forgetTheDead()
 {
-    for (const auto& node : nodes) {
-        node->flush();
-    }
+    nodes.erase(
+        std::remove_if(nodes.begin(), nodes.end(), [](const auto& node) { return node->gone(); }),
+        nodes.end());
 }
 
 void VirtualBus::publish()
 {
-    totals.delivered = 0;
-    totals.overflowDrops = 0;
-    totals.nodes.resize(nodes.size());
-    for (std::size_t i = 0; i < nodes.size(); ++i) {
-        totals.nodes[i] = nodes[i]->counters();
-        totals.delivered += totals.nodes[i].delivered;
-        totals.overflowDrops += totals.nodes[i].overflowDrops;
-    }
     const std::lock_guard<std::mutex> lock(mutex);
-    const std::size_t attached = published.nodes.size();
     published = totals;
-    published.nodes.resize(attached);
 }
 
 void VirtualBus::waitForEvents()
 {
-    waits.clear();
-    waits.push_back({wake.descriptor(), POLLIN, 0});
+    waits.assign({{quit.get(), POLLIN, 0}, {listener.get(), POLLIN, 0}});
     for (const auto& node : nodes) {
-        waits.push_back({node->readableSource(), POLLIN, 0});
-        waits.push_back({node->writableTarget(), POLLOUT, 0});
+        waits.push_back({node->descriptor(), node->events(), 0});
     }
     if (onWire) {
         const timespec timeout = untilThen(freeAt);
@@ -277,16 +265,27 @@ void VirtualBus::waitForEvents()
     } else {
         poll(waits.data(), waits.size(), -1);
     }
-    if (waits[wakeUpIndex].revents != 0) {
-        wake.clear();
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        const short events = waits[firstNodeIndex + i].revents;
+        if ((events & POLLOUT) != 0) {
+            nodes[i]->flush();
+        }
+        if ((events & ~POLLOUT) != 0) {
+            nodes[i]->wake();
+        }
+    }
+    if (waits[listenerIndex].revents != 0) {
+        accept();
     }
 }
 
-void VirtualBus::readSenders()
+/// Out of descriptors, the connection waits; the pause keeps that from taking the processor.
+void VirtualBus::accept()
 {
-    for (std::size_t i = 0; i < nodes.size(); ++i) {
-        if (waits[sourceIndex(i)].revents != 0) {
-            nodes[i]->read();
-        }
+    Descriptor connection(accept4(listener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    if (connection.get() == -1) {
+        millisleep(1);
+        return;
     }
+    nodes.push_back(std::make_unique<BusNode>(std::move(connection), totals.nodes++));
 }

@@ -3,7 +3,8 @@
 #include "bus/BusNode.h"
 #include "bus/FaultInjector.h"
 #include "bus/Pace.h"
-#include "bus/WakeUp.h"
+
+#include "velk/Descriptor.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -12,26 +13,22 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include <poll.h>
+#include <sys/types.h>
 
-/// A CAN bus inside of the process: carries every frame of an endpoint to all others whose filter
-/// accepts it, in one order that is the same for all. Endpoints that wait to send take turns.
+/// A CAN bus for machines without one: a Unix socket where each connection is a node. It carries every
+/// frame of a node to all others, in one order that is the same for all. Nodes that wait to send take
+/// turns.
 ///
-/// It never waits for an endpoint. Each has a queue of bounded length; a frame for a full one is
-/// dropped and counted, as by a real controller. The bus is the one writer of each endpoint's input
-/// pipe, requests of its client included (see request()): a record of more than `PIPE_BUF` bytes
-/// is no atomic write, so two writers could mix theirs.
+/// It never waits for a node. Each has a queue of bounded length; a frame for a full one is dropped and
+/// counted, as by a real controller. A node that ends harms no other.
 ///
-/// All operations but the destructor may be called from any thread, and none of them blocks for
-/// longer than a moment, apart from stop(), which waits for the observer to return.
-///
-/// Endpoints and bus may be stopped, and endpoints destroyed, in any order. The bus owns the
-/// descriptors that it gives out and closes them when it is destroyed, so an endpoint that outlives
-/// it has to be stopped by then: the number may soon belong to some other file.
+/// All operations may be called from any thread, and none blocks for longer than a moment, apart from
+/// stop() and the destructor, which wait for the observer to return.
 class VirtualBus {
 public:
     /// What has become of a frame. A duplicate comes right behind its original; a stray frame bears
@@ -39,53 +36,38 @@ public:
     enum class Fate { carried, dropped, duplicate, stray };
 
     struct Options {
+        mode_t mode = 0600; ///< Of the socket.
         /// Bits per second; 0: as fast as it goes. A frame of 8 data bytes takes the bus for 125
         /// bits (see Pace::bitsOfFrame) and reaches the others no earlier than at its end.
         unsigned long bitrate = 0;
-        std::size_t queueLength = 1024; ///< Frames that wait for one endpoint.
-        Faults faults;
+        std::size_t queueLength = 1024; ///< Frames that wait for one node, in front of its socket.
+        Faults faults{};
         /// Hears of each frame in the order of the bus, on the bus thread, which stands still
         /// meanwhile. Must not throw and must not call stop().
-        std::function<void(const CANFrame&, Fate)> observer;
-    };
-
-    struct Attachment {
-        std::size_t node;    ///< For request() and the counters; counts from 0.
-        int proxyDescriptor; ///< For CANTransportThread::setConnection(); owned by the bus.
+        std::function<void(const CANFrame&, Fate)> observer{};
     };
 
     struct Counters {
-        std::uint64_t carried = 0; ///< Frames of endpoints that were carried.
-        std::uint64_t delivered = 0;
+        std::uint64_t carried = 0;   ///< Frames of nodes that were carried.
+        std::uint64_t delivered = 0; ///< Copies that were sent or queued.
         std::uint64_t overflowDrops = 0;
         std::uint64_t faultDrops = 0;
         std::uint64_t duplicates = 0;
         std::uint64_t strays = 0;
         std::uint64_t unreadable = 0; ///< Runs of bytes and records that are no classic frame.
-        std::vector<NodeCounters> nodes;
+        std::uint64_t nodes = 0;      ///< Connections so far.
     };
 
-    /// @throws VelkException if a descriptor cannot be had.
-    VirtualBus();
-    explicit VirtualBus(Options busOptions);
-    /// Stops the bus.
+    /// Makes the socket; a stale one of a bus that has died is replaced. The bus thread starts, with
+    /// all signals blocked.
+    /// @throws VelkException if the socket cannot be had.
+    VirtualBus(std::string socketPath, Options busOptions);
+    /// Stops the bus and removes the socket.
     ~VirtualBus();
     VirtualBus(const VirtualBus&) = delete;
     VirtualBus& operator=(const VirtualBus&) = delete;
 
-    /// Adds an endpoint, before or after start(). @param inputDescriptor the write end of its input
-    /// pipe, as CANTransportThread::open() gives it out.
-    /// @throws VelkException if a descriptor cannot be had.
-    Attachment attach(int inputDescriptor, AcceptanceFilter filter);
-
-    /// Queues a client's serialised request for the node's endpoint, behind the frames that wait
-    /// for it. It is written whole and never dropped, unless the endpoint has gone; requests for an
-    /// endpoint that does not read pile up.
-    void request(std::size_t node, std::vector<unsigned char> record);
-
-    /// Starts the bus thread, which runs with all signals blocked. May follow a stop().
-    void start();
-    /// Ends the bus thread. What is queued stays queued.
+    /// Ends the bus thread and all connections. Only once.
     void stop();
 
     /// How things stood when the bus thread last went to wait.
@@ -94,13 +76,13 @@ public:
 private:
     struct Transmission {
         CANFrame frame;
-        std::size_t sender;
+        std::uint64_t sender; ///< The number of its node.
         Fate fate;
     };
 
+    void listen();
     void run();
-    bool takeOrders();
-    void readSenders();
+    void accept();
     void carryFrames();
     void carryAtPace();
     std::optional<Transmission> nextTransmission();
@@ -108,31 +90,28 @@ private:
     void planFaults(const Transmission& original);
     void carry(const Transmission& transmission);
     void count(Fate fate);
-    void flushQueues();
+    void forgetTheDead();
     void publish();
     void waitForEvents();
 
+    const std::string path;
     const Options options;
-    const WakeUp wake;
+    const Descriptor quit; ///< Becomes readable with stop().
+    const Descriptor listener;
 
     // The bus thread's own.
     std::vector<std::unique_ptr<BusNode>> nodes;
-    std::vector<pollfd> waits; ///< The wake-up, then two for each node: its source, its target.
+    std::vector<pollfd> waits; ///< stop(), the listener, the nodes.
     FaultInjector injector;
-    std::deque<Transmission> planned;   ///< What comes before the next frame of an endpoint.
+    std::deque<Transmission> planned;   ///< What comes before the next frame of a node.
     std::optional<Transmission> onWire; ///< Of a paced bus.
     Pace::Clock::time_point freeAt{};   ///< When `onWire` has passed.
     std::size_t turn = 0;               ///< The node that may send next.
     std::vector<unsigned char> scratch; ///< The record of the frame that is carried.
     Counters totals;
 
-    // Guarded by the mutex.
-    mutable std::mutex mutex;
-    std::vector<std::unique_ptr<BusNode>> arrivals;
-    std::vector<std::pair<std::size_t, std::vector<unsigned char>>> requests;
+    mutable std::mutex mutex; ///< Guards what is published.
     Counters published;
-    bool stopping = false;
 
-    std::mutex lifecycle; ///< Serialises start() and stop(); guards the thread.
     std::thread thread;
 };

@@ -1,14 +1,13 @@
 #include "demo/Direction.h"
 
-#include "velk/CANTransportThread.h"
-
 #include <algorithm>
+#include <utility>
 
 namespace {
 
-constexpr std::chrono::milliseconds lookInterval{30};
-constexpr int looksToBelieve = 3; ///< A request that is just being taken in is seen nowhere.
-constexpr std::chrono::milliseconds timeToArrive{100};
+using std::chrono::milliseconds;
+
+constexpr milliseconds timeToArrive{100};
 
 /// After a failure the receiver may still wait for the rest of the message, for a second from its
 /// first frame at the most, and refuses a new one until then. A random part keeps the directions
@@ -18,108 +17,99 @@ constexpr int longestPauseMs = 1300;
 
 } // namespace
 
-Direction::Direction(const NibbleFile& sentFile, DemoEndpoint& from, DemoEndpoint& to,
-                     const Setup& directionSetup)
+Direction::Direction(const NibbleFile& sentFile, CANTransportClient& from, CANTransportClient& to,
+                     Setup directionSetup)
     : file(sentFile),
       sender(from),
       receiver(to),
-      setup(directionSetup),
+      setup(std::move(directionSetup)),
+      random(setup.seed),
       received(sentFile),
-      random(directionSetup.seed)
+      sending([this] { send(); }),
+      receiving([this] { receive(); })
 {
 }
 
-void Direction::acknowledged()
+Direction::~Direction()
 {
-    if (phase == Phase::underWay) {
-        phase = Phase::acknowledged;
-        doubtUntil = {};
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        stopping = true;
+        changed.notify_all();
     }
+    sender.cancel();
+    sending.join();
+    receiving.join();
 }
 
-void Direction::arrived(const NibbleFile::Bytes& arrival)
+Direction::Counters Direction::counters() const
 {
-    if (!received.take(arrival) && reason.empty()) {
-        reason = receiver.name() + " received a message of " + std::to_string(arrival.size()) +
-                 " bytes that differs from the file at byte " +
-                 std::to_string(received.position() / 2);
-    }
+    const std::lock_guard<std::mutex> lock(mutex);
+    Counters all = counts;
+    all.repeats = received.repeats();
+    all.nibbles = received.position();
+    return all;
 }
 
-void Direction::advance(Clock::time_point now, const NodeCounters& bus)
+void Direction::send()
 {
-    switch (phase) {
-    case Phase::next:
-        sendNext(now);
-        break;
-    case Phase::underWay:
-        watch(now, bus);
-        break;
-    case Phase::acknowledged:
-        confirm(now);
-        break;
-    case Phase::pause:
-        if (now >= pauseUntil) {
-            request(now);
-        }
-        break;
-    case Phase::done:
-        break;
-    }
-}
-
-void Direction::sendNext(Clock::time_point now)
-{
-    if (end == file.size()) {
-        phase = Phase::done;
-        return;
-    }
     std::uniform_int_distribution<std::size_t> mixed(1, CANTransportThread::MAX_MESSAGE_LENGTH);
-    const std::size_t size = setup.size ? *setup.size : mixed(random);
-    message = file.pack(end, static_cast<unsigned int>(counts.messages % 16), size);
-    end = std::min(file.size(), end + 2 * message.size() - 1);
-    ++counts.messages;
-    request(now);
-}
-
-void Direction::request(Clock::time_point now)
-{
-    sender.send(message);
-    ++counts.requests;
-    phase = Phase::underWay;
-    emptyLooks = 0;
-    nextLook = now + lookInterval;
-}
-
-void Direction::watch(Clock::time_point now, const NodeCounters& bus)
-{
-    if (now < nextLook) {
-        return;
+    std::size_t end = 0;
+    unsigned int number = 0;
+    while (end < file.size()) {
+        const auto message = file.pack(end, number++, setup.size ? *setup.size : mixed(random));
+        end = std::min(file.size(), end + 2 * message.size() - 1);
+        if (!sendUntilArrived(message, end)) {
+            return;
+        }
     }
-    nextLook = now + lookInterval;
-    emptyLooks = sender.seemsIdle(bus) ? emptyLooks + 1 : 0;
-    if (emptyLooks >= looksToBelieve) {
-        ++counts.givenUp;
-        sendAgainLater(now);
-    }
+    const std::lock_guard<std::mutex> lock(mutex);
+    counts.done = true;
 }
 
-void Direction::confirm(Clock::time_point now)
+/// @return false if the direction is ended before.
+bool Direction::sendUntilArrived(const NibbleFile::Bytes& message, std::size_t end)
 {
-    if (received.position() >= end) {
-        phase = Phase::next;
-        sendNext(now);
-    } else if (doubtUntil == Clock::time_point{}) {
-        doubtUntil = now + timeToArrive;
-    } else if (now >= doubtUntil) {
-        ++counts.falseAcknowledgements;
-        sendAgainLater(now);
+    std::uniform_int_distribution<int> pauseMs(shortestPauseMs, longestPauseMs);
+    std::unique_lock<std::mutex> lock(mutex);
+    const auto over = [&] { return stopping || received.position() >= end; };
+    for (++counts.messages; !stopping;) {
+        ++counts.requests;
+        lock.unlock();
+        const bool acknowledged =
+            sender.send(message) == CANTransportClient::SendResult::acknowledged;
+        lock.lock();
+        if (acknowledged && changed.wait_for(lock, timeToArrive, over)) {
+            break;
+        }
+        ++(acknowledged ? counts.falseAcknowledgements : counts.givenUp);
+        changed.wait_for(lock, milliseconds(pauseMs(random)), [this] { return stopping; });
     }
+    return !stopping;
 }
 
-void Direction::sendAgainLater(Clock::time_point now)
+void Direction::receive()
 {
-    std::uniform_int_distribution<int> length(shortestPauseMs, longestPauseMs);
-    pauseUntil = now + std::chrono::milliseconds(length(random));
-    phase = Phase::pause;
+    constexpr milliseconds lookInterval{50};
+    for (;;) {
+        std::optional<CANTransportClient::Message> message;
+        std::string failure;
+        try {
+            message = receiver.receive(lookInterval);
+        } catch (const CANTransportClient::BusLost& loss) {
+            failure = loss.what();
+        }
+        const std::lock_guard<std::mutex> lock(mutex);
+        if (message && !received.take(message->bytes)) {
+            failure = setup.receiver + " received a message of " +
+                      std::to_string(message->bytes.size()) +
+                      " bytes that differs from the file at byte " +
+                      std::to_string(received.position() / 2);
+        }
+        changed.notify_all();
+        counts.failure = failure;
+        if (stopping || !failure.empty()) {
+            return;
+        }
+    }
 }

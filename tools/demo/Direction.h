@@ -1,76 +1,69 @@
 #pragma once
 
-#include "demo/DemoEndpoint.h"
 #include "demo/NibbleFile.h"
 #include "demo/Receipt.h"
 
-#include <chrono>
+#include "velk/CANTransportClient.h"
+
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <mutex>
 #include <optional>
 #include <random>
 #include <string>
+#include <thread>
 
-/// The file on its way from one endpoint to the other, one message at a time.
+/// The file on its way from one client to the other, one message at a time, on a thread for each of
+/// the two.
 ///
-/// A message ends with an acknowledgement or by being given up. The reports of a give-up come once
-/// for a whole outage, so it is told by the endpoint having nothing under way any more. An
-/// acknowledgement is believed only when the message has arrived: without message numbers on the
+/// An acknowledgement is believed only when the message has arrived: without message numbers on the
 /// bus, a second acknowledgement of the last message may end the next one.
 class Direction {
 public:
-    using Clock = std::chrono::steady_clock;
-
     struct Setup {
         std::optional<std::size_t> size; ///< Bytes of each message; none: mixed.
         std::uint64_t seed = 0;          ///< Of the mixed sizes.
+        std::string receiver;            ///< Its name, for the user.
     };
     struct Counters {
         std::uint64_t messages = 0;
-        std::uint64_t requests = 0; ///< Messages given to the endpoint, each time counted.
+        std::uint64_t requests = 0; ///< Messages given to the client, each time counted.
         std::uint64_t givenUp = 0;
         std::uint64_t falseAcknowledgements = 0;
+        std::uint64_t repeats = 0;
+        std::size_t nibbles = 0; ///< Of the file, that have arrived.
+        bool done = false;
+        std::string failure; ///< What has arrived wrong; empty if nothing has.
     };
 
-    Direction(const NibbleFile& sentFile, DemoEndpoint& from, DemoEndpoint& to,
-              const Setup& directionSetup);
+    /// Starts at once.
+    Direction(const NibbleFile& sentFile, CANTransportClient& from, CANTransportClient& to,
+              Setup directionSetup);
+    /// Ends it wherever it stands.
+    ~Direction();
+    Direction(const Direction&) = delete;
+    Direction& operator=(const Direction&) = delete;
 
-    /// The sender has heard of an acknowledgement.
-    void acknowledged();
-    /// The receiver has got a message.
-    void arrived(const NibbleFile::Bytes& arrival);
-    /// Goes on as far as it can. @param bus the counters of the sender's node.
-    void advance(Clock::time_point now, const NodeCounters& bus);
-
-    bool done() const { return phase == Phase::done; }
-    /// What has arrived wrong; empty if nothing has.
-    const std::string& failure() const { return reason; }
-    const Counters& counters() const { return counts; }
-    const Receipt& receipt() const { return received; }
+    Counters counters() const;
 
 private:
-    enum class Phase { next, underWay, acknowledged, pause, done };
-
-    void sendNext(Clock::time_point now);
-    void request(Clock::time_point now);
-    void watch(Clock::time_point now, const NodeCounters& bus);
-    void confirm(Clock::time_point now);
-    void sendAgainLater(Clock::time_point now);
+    void send();
+    void receive();
+    bool sendUntilArrived(const NibbleFile::Bytes& message, std::size_t end);
 
     const NibbleFile& file;
-    DemoEndpoint& sender;
-    DemoEndpoint& receiver;
+    CANTransportClient& sender;
+    CANTransportClient& receiver;
     const Setup setup;
-    Receipt received;
-    std::mt19937_64 random;
+    std::mt19937_64 random; ///< The sending thread's.
 
-    Phase phase = Phase::next;
-    NibbleFile::Bytes message;      ///< The one under way.
-    std::size_t end = 0;            ///< Position in the file behind that message.
-    Clock::time_point nextLook{};   ///< When to look next whether it was given up.
-    Clock::time_point doubtUntil{}; ///< How long it may still arrive after its acknowledgement.
-    Clock::time_point pauseUntil{}; ///< When to send the message again.
-    int emptyLooks = 0;
+    mutable std::mutex mutex; // of all below
+    std::condition_variable changed;
+    Receipt received;
     Counters counts;
-    std::string reason;
+    bool stopping = false;
+
+    std::thread sending;
+    std::thread receiving;
 };

@@ -3,31 +3,21 @@
 #include "demo/Ladder.h"
 #include "demo/Summary.h"
 
-#include <algorithm>
-#include <numeric>
+#include <cerrno>
+#include <cstdlib>
 #include <sstream>
+#include <system_error>
 
 namespace {
 
 using Fate = VirtualBus::Fate;
-using Clock = Direction::Clock;
+using Clock = std::chrono::steady_clock;
 
-constexpr int pollIntervalMs = 20;
+constexpr int lookIntervalMs = 20;
 constexpr std::chrono::seconds patience{300};
-constexpr std::uint32_t firstId = 0x100;
+constexpr std::uint16_t firstId = 0x100;
 
-enum WaitIndex : std::size_t { interruptionIndex, wakeUpIndex, firstSideIndex };
-
-constexpr std::uint32_t idOfSide(std::size_t side)
-{
-    return firstId + static_cast<std::uint32_t>(side);
-}
-
-std::string nameOfSide(std::size_t side, std::size_t pairs)
-{
-    const std::string letter = side % 2 == 0 ? "A" : "B";
-    return pairs == 1 ? letter : letter + std::to_string(side / 2 + 1);
-}
+std::uint16_t idOf(std::size_t side) { return static_cast<std::uint16_t>(firstId + side); }
 
 bool startsAMessage(const CANFrame& frame, Fate fate)
 {
@@ -37,43 +27,56 @@ bool startsAMessage(const CANFrame& frame, Fate fate)
             kind == CANTransportThread::CTP_FIRST_FRAME);
 }
 
-void add(Direction::Counters& sum, const Direction::Counters& one)
+} // namespace
+
+Exchange::Folder::Folder()
 {
-    sum.messages += one.messages;
-    sum.requests += one.requests;
-    sum.givenUp += one.givenUp;
-    sum.falseAcknowledgements += one.falseAcknowledgements;
+    std::string name = (std::filesystem::temp_directory_path() / "velkcan-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) {
+        throw std::system_error(errno, std::generic_category(), "no temporary folder");
+    }
+    path = name;
 }
 
-} // namespace
+Exchange::Folder::~Folder()
+{
+    std::error_code ignored;
+    std::filesystem::remove_all(path, ignored);
+}
 
 Exchange::Exchange(const DemoOptions& demoOptions, const std::vector<unsigned char>& fileBytes,
                    Console& demoConsole)
     : options(demoOptions),
       console(demoConsole),
       file(fileBytes),
-      bus({options.bitrate, VirtualBus::Options().queueLength, options.faults,
-           [this](const CANFrame& frame, Fate fate) { observe(frame, fate); }}),
-      sides(2 * options.pairs)
+      bus((folder.path / "bus").string(),
+          {0600, options.bitrate, VirtualBus::Options().queueLength, options.faults,
+           [this](const CANFrame& frame, Fate fate) { observe(frame, fate); }})
 {
-    for (std::size_t side = 0; side < sides.size(); ++side) {
-        sides[side].endpoint =
-            std::make_unique<DemoEndpoint>(bus, wake, nameOfSide(side, options.pairs),
-                                           idOfSide(side), idOfSide(side ^ 1U), options.debugLevel);
-    }
-    for (std::size_t side = 0; side < sides.size(); ++side) {
-        addDirection(side, side ^ 1U);
+    for (std::size_t side = 0; side < 2 * options.pairs; ++side) {
+        clients.push_back(makeClient(side));
     }
 }
 
-void Exchange::addDirection(std::size_t from, std::size_t to)
+std::unique_ptr<CANTransportClient> Exchange::makeClient(std::size_t side)
 {
-    const Direction::Setup setup{options.size, options.faults.seed + from};
-    sides[from].outgoing =
-        std::make_unique<Direction>(file, *sides[from].endpoint, *sides[to].endpoint, setup);
-    sides[to].incoming = sides[from].outgoing.get();
+    CANTransportClient::Options client;
+    client.sendId = idOf(side);
+    client.receiveId = idOf(side ^ 1U);
+    client.debugLevel = options.debugLevel;
+    client.statusHandler = [this, side](CANTransportClient::Status status, unsigned short) {
+        note(side, status);
+    };
+    return std::make_unique<CANTransportClient>("unix:" + (folder.path / "bus").string(), client);
 }
 
+std::string Exchange::nameOf(std::size_t side) const
+{
+    const std::string letter = side % 2 == 0 ? "A" : "B";
+    return options.pairs == 1 ? letter : letter + std::to_string(side / 2 + 1);
+}
+
+/// The lines wait: a terminal that stalls must stop neither the bus nor an endpoint.
 void Exchange::observe(const CANFrame& frame, Fate fate)
 {
     if (startsAMessage(frame, fate)) {
@@ -81,102 +84,64 @@ void Exchange::observe(const CANFrame& frame, Fate fate)
     }
     if (options.ladder) {
         const std::size_t side = frame.canID - firstId;
-        const std::lock_guard<std::mutex> lock(ladderMutex);
-        ladder.push_back(
+        const std::lock_guard<std::mutex> lock(mutex);
+        news.push_back(
             ladderLine(frame, fate, side % 2 == 0, options.pairs == 1 ? 0 : side / 2 + 1));
     }
 }
 
-ExchangeResult Exchange::run(const WakeUp& interruption)
+void Exchange::note(std::size_t side, CANTransportClient::Status status)
+{
+    std::ostringstream text;
+    text << nameOf(side) << ": " << status;
+    const std::lock_guard<std::mutex> lock(mutex);
+    ++statusChanges[status];
+    if (status != CANTransportThread::CTT_ACKNOWLEDGED) {
+        news.push_back(text.str());
+    }
+}
+
+ExchangeResult Exchange::run(Interruption& interruption)
 {
     const auto begin = Clock::now();
     lastArrival = begin;
-    waits.assign(firstSideIndex + sides.size(), {-1, POLLIN, 0});
-    waits[interruptionIndex].fd = interruption.descriptor();
-    waits[wakeUpIndex].fd = wake.descriptor();
-    bus.start();
-    for (std::size_t i = 0; i < sides.size(); ++i) {
-        waits[firstSideIndex + i].fd = sides[i].endpoint->receiveDescriptor();
-        sides[i].endpoint->start();
+    for (std::size_t side = 0; side < clients.size(); ++side) {
+        const std::size_t peer = side ^ 1U;
+        directions.push_back(std::make_unique<Direction>(
+            file, *clients[side], *clients[peer],
+            Direction::Setup{options.size, options.faults.seed + side, nameOf(peer)}));
     }
-    while (turn()) {
-        waitForEvents();
+    ExchangeResult result;
+    bool interrupted = false;
+    for (bool more = true; more;) {
+        interrupted = interruption.wait(lookIntervalMs);
+        printNews();
+        result.directions = sum();
+        result.failure = result.directions.failure;
+        console.progress(result.directions.nibbles, file.size() * clients.size());
+        if (console.failed()) {
+            result.failure = "cannot write to standard output";
+        } else if (standsStill(result.directions.nibbles)) {
+            result.failure = "nothing has come over for " + std::to_string(patience.count()) +
+                             " seconds; shorter messages (--size) may get through";
+        }
+        more = !result.directions.done && result.failure.empty() && !interrupted;
     }
-    const auto time = Clock::now() - begin;
-    for (const Side& side : sides) {
-        side.endpoint->stop();
-    }
+    result.time = Clock::now() - begin;
+    directions.clear();
+    clients.clear();
     bus.stop();
-    printLadder();
-    return result(time);
+    printNews();
+    judge(result, interrupted);
+    return result;
 }
 
-/// Status changes come before arrivals: a message is in the pipe before its acknowledgement is on
-/// the bus, so that one which is missing here is missing indeed.
-bool Exchange::turn()
-{
-    printLadder();
-    for (Side& side : sides) {
-        takeStatusChanges(side);
-    }
-    takeArrivals();
-    const auto counters = bus.counters();
-    const auto now = Clock::now();
-    bool done = true;
-    for (const Side& side : sides) {
-        side.outgoing->advance(now, counters.nodes[side.endpoint->node()]);
-        done = done && side.outgoing->done();
-        failure = failure.empty() ? side.outgoing->failure() : failure;
-    }
-    checkStandstill(now);
-    console.progress(nibblesArrived(), file.size() * sides.size());
-    if (console.failed() && failure.empty()) {
-        failure = "cannot write to standard output";
-    }
-    return !done && failure.empty() && !interrupted;
-}
-
-void Exchange::waitForEvents()
-{
-    poll(waits.data(), waits.size(), pollIntervalMs);
-    if (waits[wakeUpIndex].revents != 0) {
-        wake.clear();
-    }
-    interrupted = interrupted || waits[interruptionIndex].revents != 0;
-}
-
-void Exchange::takeArrivals()
-{
-    for (std::size_t i = 0; i < sides.size(); ++i) {
-        if (waits[firstSideIndex + i].revents != 0) {
-            for (const auto& message : sides[i].endpoint->receive()) {
-                sides[i].incoming->arrived(message);
-            }
-        }
-    }
-}
-
-void Exchange::takeStatusChanges(Side& side)
-{
-    for (const DemoEndpoint::Status status : side.endpoint->takeStatusChanges()) {
-        ++statusChanges[status];
-        if (status == CANTransportThread::CTT_ACKNOWLEDGED) {
-            side.outgoing->acknowledged();
-        } else {
-            std::ostringstream text;
-            text << side.endpoint->name() << ": " << status;
-            console.line(text.str());
-        }
-    }
-}
-
-/// Not on the bus thread: a terminal that stalls must not stop the bus.
-void Exchange::printLadder()
+void Exchange::printNews()
 {
     std::vector<std::string> lines;
     {
-        const std::lock_guard<std::mutex> lock(ladderMutex);
-        lines.swap(ladder);
+        const std::lock_guard<std::mutex> lock(mutex);
+        lines.swap(news);
     }
     for (const std::string& line : lines) {
         console.line(line);
@@ -185,49 +150,47 @@ void Exchange::printLadder()
 
 /// A peer that always takes a first frame and never the message keeps it in retries without end,
 /// as it happens on a bus that is too slow.
-void Exchange::checkStandstill(Clock::time_point now)
+bool Exchange::standsStill(std::size_t nibbles)
 {
-    const std::size_t nibbles = nibblesArrived();
     if (nibbles != lastNibbles) {
         lastNibbles = nibbles;
-        lastArrival = now;
-    } else if (now - lastArrival > patience && failure.empty()) {
-        failure = "nothing has come over for " + std::to_string(patience.count()) +
-                  " seconds; shorter messages (--size) may get through";
+        lastArrival = Clock::now();
     }
+    return Clock::now() - lastArrival > patience;
 }
 
-std::size_t Exchange::nibblesArrived() const
+Direction::Counters Exchange::sum() const
 {
-    return std::accumulate(sides.begin(), sides.end(), std::size_t{0},
-                           [](std::size_t sum, const Side& side) {
-                               return sum + side.outgoing->receipt().position();
-                           });
+    Direction::Counters all;
+    all.done = true;
+    for (const auto& direction : directions) {
+        const Direction::Counters one = direction->counters();
+        all.messages += one.messages;
+        all.requests += one.requests;
+        all.givenUp += one.givenUp;
+        all.falseAcknowledgements += one.falseAcknowledgements;
+        all.repeats += one.repeats;
+        all.nibbles += one.nibbles;
+        all.done = all.done && one.done;
+        all.failure = all.failure.empty() ? one.failure : all.failure;
+    }
+    return all;
 }
 
-ExchangeResult Exchange::result(std::chrono::duration<double> time) const
+void Exchange::judge(ExchangeResult& result, bool interrupted) const
 {
-    ExchangeResult all;
-    all.failure = failure;
-    all.time = time;
-    all.bytes = nibblesArrived() / 2;
-    all.starts = starts;
-    all.bus = bus.counters();
-    all.statusChanges = statusChanges;
-    for (const Side& side : sides) {
-        add(all.directions, side.outgoing->counters());
-        all.repeats += side.outgoing->receipt().repeats();
-    }
+    result.starts = starts;
+    result.bus = bus.counters();
+    result.statusChanges = statusChanges;
     // A disturbed bus can end a message with the acknowledgement of another, a sound one cannot.
-    const auto& frames = all.bus;
+    const auto& frames = result.bus;
     const bool sound =
         frames.faultDrops + frames.duplicates + frames.strays + frames.overflowDrops == 0 &&
-        all.retries() == 0;
-    if (all.failure.empty() && sound && all.directions.falseAcknowledgements > 0) {
-        all.failure = std::to_string(all.directions.falseAcknowledgements) +
-                      " messages were acknowledged and had not arrived, on a bus without faults";
+        result.retries() == 0;
+    if (result.failure.empty() && sound && result.directions.falseAcknowledgements > 0) {
+        result.failure = std::to_string(result.directions.falseAcknowledgements) +
+                         " messages were acknowledged and had not arrived, on a bus without faults";
     }
-    all.whole =
-        all.failure.empty() && !interrupted && nibblesArrived() == file.size() * sides.size();
-    return all;
+    result.whole = result.failure.empty() && !interrupted &&
+                   result.directions.nibbles == file.size() * 2 * options.pairs;
 }

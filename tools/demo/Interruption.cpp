@@ -1,35 +1,22 @@
 #include "demo/Interruption.h"
 
-#include <atomic>
-#include <csignal>
-
-namespace {
-
-std::atomic<const WakeUp*> target{nullptr};
-
-void onSignal(int)
-{
-    if (const WakeUp* const wake = target) {
-        wake->notify();
-    }
-}
-
-} // namespace
+#include <ctime>
 
 Interruption::Interruption()
 {
-    target = &wake;
-    struct sigaction action {};
-    action.sa_handler = onSignal;
-    action.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 }
 
-Interruption::~Interruption()
+bool Interruption::wait(int milliseconds)
 {
-    std::signal(SIGINT, SIG_DFL);
-    std::signal(SIGTERM, SIG_DFL);
-    target = nullptr;
+    const timespec timeout{milliseconds / 1000, milliseconds % 1000 * 1000000L};
+    if (!come && sigtimedwait(&signals, nullptr, &timeout) > 0) {
+        come = true;
+        pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+    }
+    return come;
 }

@@ -1,19 +1,18 @@
 #pragma once
 
-#include "bus/WakeUp.h"
+#include <csignal>
 
-/// While it lives, the first SIGINT or SIGTERM becomes a wake-up; the second ends the process.
-/// SIGPIPE is ignored, so that a reader of the output who has gone shows as a failed write. One at
-/// a time.
+/// SIGINT and SIGTERM, taken by whoever waits for them. Made before any thread, so that all inherit
+/// the blocked signals; after the first one both end the process again. SIGPIPE is ignored, so that a
+/// reader of the output who has gone shows as a failed write.
 class Interruption {
 public:
     Interruption();
-    ~Interruption();
-    Interruption(const Interruption&) = delete;
-    Interruption& operator=(const Interruption&) = delete;
 
-    const WakeUp& wakeUp() const { return wake; }
+    /// Waits for a signal, at most that long. @return whether one has ever come.
+    bool wait(int milliseconds);
 
 private:
-    WakeUp wake;
+    sigset_t signals{};
+    bool come = false;
 };

@@ -75,10 +75,10 @@ std::vector<std::string> summary(const Input& input, const ExchangeResult& resul
     const std::uint64_t frames = bus.carried + bus.faultDrops;
     return {
         "file         " + input.name + ", " + counted(input.bytes.size(), "bytes"),
-        "arrived      " + counted(result.bytes, "bytes in ") +
+        "arrived      " + counted(sent.nibbles / 2, "bytes in ") +
             counted(sent.messages, "messages, ") + seconds(result.time),
-        "throughput   " + perSecond(static_cast<double>(result.bytes), result.time) + " bytes/s, " +
-            perSecond(static_cast<double>(frames), result.time) + " frames/s",
+        "throughput   " + perSecond(static_cast<double>(sent.nibbles) / 2, result.time) +
+            " bytes/s, " + perSecond(static_cast<double>(frames), result.time) + " frames/s",
         "status       " + statusTally(result),
         "retries      " + counted(result.retries(),
                                   "by the endpoints (first and single frames beyond one "
@@ -86,7 +86,7 @@ std::vector<std::string> summary(const Input& input, const ExchangeResult& resul
         "sent again   " + counted(sent.givenUp + sent.falseAcknowledgements, "by the demo: ") +
             counted(sent.givenUp, "given up, ") +
             counted(sent.falseAcknowledgements, "falsely acknowledged"),
-        "repeats      " + counted(result.repeats, "messages came once more"),
+        "repeats      " + counted(sent.repeats, "messages came once more"),
         "bus          " + counted(bus.carried, "frames carried, ") +
             counted(bus.delivered, "delivered, ") + counted(bus.overflowDrops, "overflowed, ") +
             counted(bus.unreadable, "unreadable"),

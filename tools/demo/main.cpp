@@ -42,10 +42,9 @@ int judge(const ExchangeResult& result, const Console& console)
 int transfer(const DemoOptions& options, const Input& input)
 {
     const bool quiet = options.debugLevel == 0;
-    const Interruption interruption;
+    Interruption interruption; // before any thread
     Console console(quiet, quiet && !options.ladder);
-    const ExchangeResult result =
-        Exchange(options, input.bytes, console).run(interruption.wakeUp());
+    const ExchangeResult result = Exchange(options, input.bytes, console).run(interruption);
     console.finish();
     for (const std::string& line : summary(input, result)) {
         console.line(line);

@@ -1,0 +1,177 @@
+#include "velk/CANTransportClient.h"
+
+#include "tools/TemporaryBus.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include <sys/wait.h>
+
+namespace {
+
+using Bytes = CANTransportClient::Bytes;
+using Result = CANTransportClient::SendResult;
+using Clock = CANTransportClient::Clock;
+using namespace std::chrono_literals;
+
+CANTransportClient::Options ids(std::uint16_t own, std::uint16_t peer)
+{
+    CANTransportClient::Options options;
+    options.sendId = own;
+    options.receiveId = peer;
+    return options;
+}
+
+/// A bus with a client on each side.
+struct Pair {
+    TemporaryBus bus;
+    CANTransportClient left{"unix:" + bus.path(), ids(1, 2)};
+    CANTransportClient right{"unix:" + bus.path(), ids(2, 1)};
+};
+
+Bytes numbered(std::size_t size, std::size_t number)
+{
+    Bytes bytes(size, static_cast<unsigned char>(number >> 8U));
+    bytes.front() = static_cast<unsigned char>(number);
+    return bytes;
+}
+
+} // namespace
+
+TEST(Client, tellsOfEachMessageWhatBecameOfIt)
+{
+    Pair pair;
+    const CANTransportClient stranger("unix:" + pair.bus.path(), ids(3, 4));
+    for (const std::size_t size : {1U, 7U, 8U, 300U, 4095U}) {
+        EXPECT_EQ(pair.left.send(numbered(size, size)), Result::acknowledged);
+        const auto message = pair.right.receive(0ms);
+        ASSERT_TRUE(message);
+        EXPECT_EQ(message->bytes, numbered(size, size));
+        EXPECT_EQ(message->canID, 1U);
+    }
+    EXPECT_FALSE(pair.left.receive(1ms));
+    EXPECT_THROW(pair.left.send({}), VelkException);
+    EXPECT_THROW(pair.left.send(Bytes(4096)), VelkException);
+}
+
+TEST(Client, givesUpWithoutAPeerAgainAndAgainAndReportsOneOutage)
+{
+    const TemporaryBus bus;
+    std::vector<CANTransportClient::Status> reports;
+    auto options = ids(1, 2);
+    options.statusHandler = [&](CANTransportClient::Status status, unsigned short) {
+        reports.push_back(status);
+    };
+    {
+        CANTransportClient client("unix:" + bus.path(), options);
+        EXPECT_EQ(client.send({1}), Result::givenUp);
+        EXPECT_EQ(client.send({2}), Result::givenUp) << "the endpoint reports no second failure";
+        CANTransportClient peer("unix:" + bus.path(), ids(2, 1));
+        EXPECT_EQ(client.send({3}), Result::acknowledged);
+    }
+    EXPECT_EQ(reports,
+              (std::vector{CANTransportThread::CTT_SEND_TIMEOUT, CANTransportThread::CTT_CONNECTED,
+                           CANTransportThread::CTT_ACKNOWLEDGED}));
+}
+
+TEST(Client, canWithdrawAMessageAndSendsTheNextOne)
+{
+    const TemporaryBus bus;
+    CANTransportClient client("unix:" + bus.path(), ids(1, 2));
+    EXPECT_EQ(client.send({1}, Clock::now() + 5ms), Result::givenUp);
+    std::thread waiting([&] { EXPECT_EQ(client.send({2}), Result::givenUp); });
+    while (bus.counters().carried < 2) {
+        std::this_thread::yield();
+    }
+    client.cancel();
+    waiting.join();
+    CANTransportClient peer("unix:" + bus.path(), ids(2, 1));
+    EXPECT_EQ(client.send({3}), Result::acknowledged);
+    EXPECT_EQ(peer.receive(0ms)->bytes, Bytes{3});
+}
+
+TEST(Client, seesTheLossOfTheBusAndReconnects)
+{
+    Pair pair;
+    EXPECT_EQ(pair.left.send({1}), Result::acknowledged);
+    pair.bus.kill();
+    EXPECT_EQ(pair.left.send({2}), Result::givenUp);
+    EXPECT_EQ(pair.right.receive(10s)->bytes, Bytes{1}) << "what had come is not lost";
+    EXPECT_THROW(pair.right.receive(10s), CANTransportClient::BusLost);
+    EXPECT_THROW(pair.left.reconnect(), VelkException);
+    pair.bus.revive();
+    pair.left.reconnect();
+    pair.right.reconnect();
+    EXPECT_EQ(pair.left.send({3}), Result::acknowledged);
+}
+
+TEST(Client, talksToACommandAndLeavesNoZombie)
+{
+    {
+        CANTransportClient echo("exec:cat", ids(1, 1)); // hears itself, so it answers itself
+        EXPECT_EQ(echo.send({1, 2, 3}), Result::acknowledged);
+        EXPECT_EQ(echo.receive(0ms)->bytes, (Bytes{1, 2, 3}));
+        CANTransportClient gone("exec:true", ids(1, 1));
+        EXPECT_THROW(gone.receive(10s), CANTransportClient::BusLost);
+        const CANTransportClient stubborn("exec:trap '' TERM; while :; do sleep 1; done",
+                                          ids(1, 1));
+    }
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child is left";
+}
+
+TEST(Client, losesNothingWhileNobodyReads)
+{
+    constexpr std::size_t count = 60;
+    const TemporaryBus bus;
+    auto options = ids(2, 1);
+    options.queueLength = 2;
+    CANTransportClient lazy("unix:" + bus.path(), options);
+    CANTransportClient sender("unix:" + bus.path(), ids(1, 2));
+    std::thread sending([&] {
+        for (std::size_t i = 0; i < count; ++i) { // more than the pipes hold
+            while (sender.send(numbered(4000, i)) != Result::acknowledged) {
+            }
+        }
+    });
+    std::this_thread::sleep_for(500ms);
+    std::size_t next = 0;
+    Bytes last;
+    while (next < count) {
+        const auto message = lazy.receive(60s);
+        ASSERT_TRUE(message);
+        if (message->bytes != last) { // at least once: given up, it may still have come
+            EXPECT_EQ(message->bytes, numbered(4000, next++));
+            last = message->bytes;
+        }
+    }
+    sending.join();
+}
+
+TEST(Client, bearsManyThreadsAndEndsAtAnyMoment)
+{
+    for (unsigned int round = 0; round < 20; ++round) {
+        Pair pair;
+        auto client = std::make_unique<CANTransportClient>("unix:" + pair.bus.path(), ids(1, 2));
+        CANTransportClient* const target = client.get();
+        std::atomic<int> entered{0};
+        std::vector<std::thread> threads;
+        for (std::size_t i = 0; i < 6; ++i) {
+            threads.emplace_back([&entered, target, i] {
+                ++entered;
+                i < 4 ? void(target->send(numbered(100, i))) : void(target->receive(1h));
+            });
+        }
+        while (entered < 6) {
+            std::this_thread::yield();
+        }
+        std::this_thread::sleep_for(
+            std::chrono::microseconds(20000 + round * 500)); // all wait or move
+        client.reset();
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    }
+}

@@ -1,0 +1,70 @@
+#include "dump/Dump.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace {
+
+/// The lines printed of a log that hold `part`.
+std::string dumpOf(const std::string& log, const std::string& part, const DumpOptions& options = {})
+{
+    std::string printed;
+    Dump dump(options, [&](const std::string& line) {
+        printed += line.find(part) == std::string::npos ? "" : line + '\n';
+    });
+    std::istringstream lines(log);
+    for (std::string line; std::getline(lines, line);) {
+        if (const auto logged = parseLogLine(line)) {
+            dump.take(*logged);
+        }
+    }
+    dump.finish();
+    return printed;
+}
+
+} // namespace
+
+TEST(Dump, readsWhatCandumpWrites)
+{
+    const std::string lines[][2] = {
+        {"(1.5) can0 123#1014010203040506", "123  [8]  FF len 20  01 02 03 04 05 06\n"},
+        {"(1.5) can0 00000123#2F5A T", "00000123  [2]  CF 15      5A\n"},
+        {"  can0  123   [2]  33 00   '3.'\r", "123  [2]  FC acknowledge\n"},
+        {" (2024-01-31 12:00:00.5)  vcan0  RX B E  7FF   [0]", "7FF  [0]  SF len 0 \n"},
+        {"c 1#R8\nc 1##10141\nc 1#014\nc 1#010203040506070809\nc 20000080#00\nc 1 [2] 01\n"
+         "c 1 [02] 01 02\nc 1 [0] remote request\nc 20000004 [2] 01 00 ERRORFRAME",
+         ""}};
+    for (const auto& [line, expected] : lines) {
+        EXPECT_EQ(dumpOf(line, "["), expected);
+    }
+}
+
+TEST(Dump, tellsWhatBecomesOfEachMessage)
+{
+    // Two pairs start at once and answer in the other order; 5, and 1 on another bus, have no peer.
+    EXPECT_EQ(dumpOf("c 1#0141\nc 3#0143\nc 4#33\nc 2#33\nc 3#0144\nc 5#0145\nd 1#0146\nc 4#33\n"
+                     "c 3#0147\nc 4#33\n",
+                     "->"),
+              "003 -> 004  acknowledged, 1 byte  43\n003 -> 004  acknowledged, 1 byte  44\n"
+              "001 -> 002  acknowledged, 1 byte  41\n003 -> 004  acknowledged, 1 byte  47\n"
+              "005 -> ???  incomplete, 1 byte  45\nd:001 -> ???  incomplete, 1 byte  46\n");
+    const std::string log =
+        "(1) c 1#1008010203040506\n(1.25) c 1#1008010203040506\n(3) c 2#31\n(3) c 1#21\n"
+        "(3) c 1#200708\n(3) c 2#32\n(3) c 1#1008010203040506\n(3) c 1#2007080910111213\n"
+        "(1970-01-01 00:00:03.5) c 2#33\n(4) c 1#1008010203040506\n(5) c 1#0142\n";
+    EXPECT_EQ(dumpOf(log, "->"),
+              "001 -> 002  restarted, 6 of 8 bytes  01 02 03 04 05 06\n"
+              "001 -> 002  refused, attempt 2, 6 of 8 bytes  01 02 03 04 05 06\n"
+              "001 -> 002  acknowledged, attempt 3, 8 bytes  01 02 03 04 05 06 07 08\n"
+              "001 -> 002  incomplete, 6 of 8 bytes  01 02 03 04 05 06\n"
+              "001 -> 002  incomplete, 1 byte  42\n");
+    EXPECT_EQ(dumpOf(log, "FC ready", {"", {}, true, false}),
+              "001 |<--------------- FC ready to receive --| 002\n");
+    // The sixth try is another message: five failures end the one before.
+    const std::string again = "(6) c 1#0142\n";
+    EXPECT_EQ(dumpOf(log + again + again + again + again + again + "(7) c 2#33\n", "1 ->",
+                     {"", {}, false, true}),
+              "001 -> 002             4             2             6             1"
+              "      1000.000      1000.000      2500.000\n");
+}

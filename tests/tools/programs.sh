@@ -1,0 +1,95 @@
+#!/usr/bin/env bash
+# programs.sh BIN: the tools as processes, over a bus on a socket.
+set -u
+bin=$1
+scratch=$(mktemp -d)
+trap 'kill -KILL $(jobs -p) 2>/dev/null; rm -rf -- "$scratch"' EXIT
+cd "$scratch" || exit 1
+failures=0
+
+# expect WHAT WANTED GOT
+expect() {
+    [ "$2" = "$3" ] && return
+    printf 'FAILED: %s\n  wanted: %s\n  got:    %s\n' "$1" "$2" "$3"
+    failures=$((failures + 1))
+}
+
+startBus() {
+    "$bin/velkcan-bus" bus 2>bus.err &
+    busPid=$!
+    until [ -S bus ]; do sleep 0.01; done
+}
+
+# What a sender sends before its receiver is there, it sends again.
+receive() {
+    "$bin/velkcan-recv" -s 456 -d 123 "$@" unix:bus >out 2>recv.err &
+    receiver=$!
+}
+
+send() {
+    "$bin/velkcan-send" -s 123 -d 456 "$@" unix:bus 2>send.err
+}
+
+startBus
+head -c 300 /dev/urandom >file
+receive -n 2
+expect "the status of a hex message" 0 "$(send <<<' de AD
+beef'; echo $?)"
+expect "the status of a generated message" 0 "$(send -D 9; echo $?)"
+wait "$receiver"
+expect "messages as hex" "DE AD BE EF/01 02 03 04 05 06 07 08 09/" "$(tr '\n' / <out)"
+receive -n 2 --raw --status
+send --file file
+send --raw <file
+wait "$receiver"
+expect "messages as they are" "$(cat file file | md5sum)" "$(md5sum <out)"
+expect "status changes" "CTT_CONNECTED 0" "$(cat recv.err)"
+receive --json
+send -D 2
+wait "$receiver"
+expect "a message as JSON" '"id":"123","length":2,"data":"0102"}' "$(cut -d, -f2- out)"
+
+receive -l
+send -D 1
+kill -STOP "$receiver"
+expect "a peer that stands still" 1 "$(send -D 7 --timeout 300; echo $?)"
+"$bin/velkcan-recv" -s 2 -d 1 unix:bus >other &
+expect "others meanwhile" 0 "$("$bin/velkcan-send" -s 1 -d 2 -D 3 unix:bus; echo $?)"
+kill -CONT "$receiver"
+expect "a peer that goes on" 0 "$(send -D 2; echo $?)"
+expect "nobody there" 1 "$("$bin/velkcan-send" -s 1 -d 2 -D 1 --timeout 50 unix:bus 2>err; echo $?)"
+expect "what is said of it" "velkcan-send: message 1 was given up" "$(cat err)"
+expect "nothing comes" 1 "$("$bin/velkcan-recv" -s 1 -d 2 --timeout 50 unix:bus 2>err; echo $?)"
+
+kill "$busPid"
+wait "$busPid"
+expect "the status of a bus that was ended" 0 $?
+wait "$receiver"
+expect "the status when the bus has gone" "3 velkcan-recv: the bus is lost" "$? $(cat recv.err)"
+expect "no bus" 3 "$(send -D 1; echo $?)"
+
+# Each wrong argument: one line on stderr that tells what was given, nothing on stdout, status 2.
+while read -r tool given arguments; do
+    # shellcheck disable=SC2086
+    "$bin/velkcan-$tool" $arguments >out 2>err </dev/null
+    expect "velkcan-$tool $arguments" "2 0 1 1" \
+        "$? $(wc -c <out) $(wc -l <err) $(grep -c -e "$given" err)"
+done <<'ROWS'
+send 800 -s 800 -d 1 -D 1 can0
+send 1x -s 1x -d 1 -D 1 can0
+send 4096 -s 1 -d 2 -D 4096 can0
+send BUS -s 1 -d 2 -D 1
+send --bad -s 1 -d 2 --bad can0
+send nosuchfile -s 1 -d 2 --file nosuchfile can0
+send empty -s 1 -d 2 can0
+recv -d -s 1 can0
+recv 0 -s 1 -d 2 -n 0 can0
+recv --raw -s 1 -d 2 --raw --json can0
+bus 999 --mode 999 bus
+bus PATH
+ROWS
+expect "a bad token" "velkcan-send: position 4: got 'xy', expected bytes of two hexadecimal digits \
+each, as in 'DE AD BEEF'" "$(echo '00 xy' | send; cat send.err)"
+
+[ "$failures" -eq 0 ] && printf 'all as expected\n'
+exit "$failures"

@@ -1,0 +1,82 @@
+#include "bus/VirtualBus.h"
+#include "common/Tool.h"
+
+#include <csignal>
+#include <cstdio>
+
+namespace {
+
+constexpr Tool::Description description{
+    "velkcan-bus",
+    "A CAN bus on a Unix socket, for machines without one. Each connection is a node, and each "
+    "packet\n"
+    "one frame as a trace message; every node gets the frames of all others. Runs until SIGINT or\n"
+    "SIGTERM, and then prints what it has carried on stderr.\n",
+    "\nExit status: 0 ended by a signal; 2 wrong arguments; 3 the socket cannot be had.\n"
+    "\n"
+    "Example:\n"
+    "  velkcan-bus /tmp/bus &\n"
+    "  velkcan-recv -s 456 -d 123 unix:/tmp/bus &\n"
+    "  echo 'DE AD BEEF' | velkcan-send -s 123 -d 456 unix:/tmp/bus\n"};
+
+struct Options {
+    std::string path;
+    VirtualBus::Options bus;
+};
+
+void declare(CLI::App& app, Options& options)
+{
+    app.add_option("PATH", options.path, "Of the socket")->required();
+    app.add_option_function<std::string>(
+           "--mode",
+           [&options](const std::string& text) {
+               constexpr mode_t all = 0777;
+               if (text.empty() || text.find_first_not_of("01234567") != std::string::npos ||
+                   text.size() > 4 || std::stoul(text, nullptr, 8) > all) {
+                   throw CLI::ValidationError(
+                       "--mode", Tool::complaint(text, "an octal number from 0 to 777"));
+               }
+               options.bus.mode = static_cast<mode_t>(std::stoul(text, nullptr, 8));
+           },
+           "Permissions of the socket (default: 600)")
+        ->type_name("MODE");
+    Tool::addNumber(
+        app, "--bitrate", options.bus.bitrate, 0, 1000000000,
+        "Bits per second; a frame of 8 data bytes counts as 125 bits (default: 0, as fast\n"
+        "as it goes)");
+    Tool::addNumber(app, "--queue", options.bus.queueLength, 1, 1000000,
+                    "Frames that wait for one node; more are dropped (default: 1024)");
+}
+
+int carry(const Options& options)
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    VirtualBus bus(options.path, options.bus);
+    int signal = 0;
+    sigwait(&signals, &signal);
+    bus.stop();
+    const VirtualBus::Counters counters = bus.counters();
+    std::fprintf(stderr,
+                 "%s: %llu nodes, %llu frames carried, %llu delivered, %llu dropped, "
+                 "%llu unreadable\n",
+                 description.name, static_cast<unsigned long long>(counters.nodes),
+                 static_cast<unsigned long long>(counters.carried),
+                 static_cast<unsigned long long>(counters.delivered),
+                 static_cast<unsigned long long>(counters.overflowDrops),
+                 static_cast<unsigned long long>(counters.unreadable));
+    return Tool::exitFine;
+}
+
+} // namespace
+
+int main(int count, char** arguments)
+{
+    Options options;
+    return Tool::main(
+        count, arguments, description, [&](CLI::App& app) { declare(app, options); },
+        [&](int) { return carry(options); });
+}

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+/// A bar in the last line of a terminal on stderr; nothing if stderr is none.
+class ProgressBar {
+public:
+    ProgressBar();
+    ~ProgressBar() { erase(); }
+    ProgressBar(const ProgressBar&) = delete;
+    ProgressBar& operator=(const ProgressBar&) = delete;
+
+    /// Draws it anew, at most every 100 ms. @param all not 0.
+    void show(std::uint64_t done, std::uint64_t all);
+    void erase();
+
+private:
+    const bool wanted;
+    bool drawn = false;
+    std::chrono::steady_clock::time_point last{};
+};

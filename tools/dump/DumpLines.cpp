@@ -1,0 +1,67 @@
+#include "dump/DumpLines.h"
+
+#include "common/FrameWords.h"
+#include "dump/FrameFields.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr std::size_t widthOfWords = 9; ///< Longer words are those of long messages and of answers.
+
+std::string hexText(const std::uint8_t* bytes, std::size_t count)
+{
+    constexpr const char* digits = "0123456789ABCDEF";
+    std::string text;
+    for (std::size_t i = 0; i < count; ++i) {
+        text += i == 0 ? "  " : " ";
+        text += digits[bytes[i] >> 4];
+        text += digits[bytes[i] & 0x0F];
+    }
+    return text;
+}
+
+const char* outcomeWord(Outcome outcome)
+{
+    switch (outcome) {
+    case Outcome::acknowledged:
+        return "acknowledged";
+    case Outcome::refused:
+        return "refused";
+    case Outcome::restarted:
+        return "restarted";
+    case Outcome::incomplete:
+        return "incomplete";
+    }
+    return "";
+}
+
+} // namespace
+
+std::string frameLine(const LoggedFrame& logged)
+{
+    const auto& frame = logged.frame;
+    std::string words = frameWords(frame);
+    words.resize(std::max(words.size(), widthOfWords), ' ');
+    const std::size_t head = kindOf(frame) == CANTransportThread::CTP_FIRST_FRAME ? 2 : 1;
+    std::string bytes = hexText(frame.data + head, std::max<std::size_t>(frame.len, head) - head);
+    if (isAnswer(frame) && bytes.find_first_not_of(" 0") == std::string::npos) {
+        bytes.clear(); // They say nothing, as every receiver of answers has it.
+    }
+    return logged.sender + "  [" + std::to_string(frame.len) + "]  " + words + bytes;
+}
+
+std::string messageLine(const std::string& from, const std::string& to,
+                        const TrackedMessage& message)
+{
+    std::string line = from + " -> " + to + "  " + outcomeWord(message.outcome);
+    if (message.attempt > 1) {
+        line += ", attempt " + std::to_string(message.attempt);
+    }
+    line += ", ";
+    if (message.bytes.size() < message.length) {
+        line += std::to_string(message.bytes.size()) + " of ";
+    }
+    return line + std::to_string(message.length) + (message.length == 1 ? " byte" : " bytes") +
+           hexText(message.bytes.data(), message.bytes.size());
+}

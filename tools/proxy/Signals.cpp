@@ -1,0 +1,29 @@
+#include "proxy/Signals.h"
+
+#include <cerrno>
+#include <csignal>
+#include <system_error>
+
+#include <sys/signalfd.h>
+
+Signals::Signals()
+{
+    sigset_t taken;
+    sigemptyset(&taken);
+    for (const int number : {SIGINT, SIGTERM, SIGUSR1}) {
+        sigaddset(&taken, number);
+    }
+    sigprocmask(SIG_BLOCK, &taken, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+    source = Descriptor(signalfd(-1, &taken, SFD_NONBLOCK | SFD_CLOEXEC));
+    if (source.get() == -1) {
+        throw std::system_error(errno, std::generic_category(), "no descriptor for signals");
+    }
+}
+
+int Signals::next() const
+{
+    signalfd_siginfo info{};
+    const ssize_t count = read(source.get(), &info, sizeof info);
+    return count == sizeof info ? static_cast<int>(info.ssi_signo) : 0;
+}

@@ -1,0 +1,109 @@
+#include "common/ProgressBar.h"
+#include "common/Tool.h"
+#include "send/MessageSource.h"
+
+#include <algorithm>
+#include <chrono>
+#include <iostream>
+
+namespace {
+
+constexpr Tool::Description description{
+    "velkcan-send",
+    "Sends a message to a peer on a CAN bus, and says whether the peer has acknowledged it. The\n"
+    "message comes from stdin as hexadecimal bytes, if no option says otherwise.\n",
+    "\nExit status: 0 acknowledged; 1 given up; 2 wrong arguments or input; 3 no bus.\n"
+    "\n"
+    "Example:\n"
+    "  echo 'DE AD BEEF' | velkcan-send -s 123 -d 456 can0\n"};
+
+using Clock = CANTransportClient::Clock;
+
+struct Options {
+    Tool::Line line;
+    std::string file;
+    bool raw = false;
+    std::uint64_t generated = 0;
+    std::uint64_t count = 1;
+    std::uint64_t timeoutMs = 0;
+};
+
+void declare(CLI::App& app, Options& options)
+{
+    Tool::addLine(app, options.line);
+    auto* const file = app.add_option("--file", options.file, "Send the bytes of this file");
+    auto* const raw = app.add_flag("--raw", options.raw, "Take stdin as it is, not as hexadecimal");
+    Tool::addNumber(app, "-D", options.generated, 1, CANTransportThread::MAX_MESSAGE_LENGTH,
+                    "Send so many bytes: 01 02 03 and so on");
+    Tool::addNumber(app, "-l", options.count, 1, UINT64_MAX, "Send the message so many times");
+    Tool::addNumber(
+        app, "--timeout", options.timeoutMs, 1, INT32_MAX,
+        "Give a message up after so many milliseconds (default: when the protocol does)");
+    file->excludes(raw)->excludes("-D");
+    raw->excludes("-D");
+}
+
+MessageSource::Bytes messageOf(const Options& options)
+{
+    if (options.generated != 0) {
+        return MessageSource::generated(options.generated);
+    }
+    if (!options.file.empty()) {
+        return MessageSource::fromFile(options.file);
+    }
+    return options.raw ? MessageSource::asTheyAre(std::cin, "standard input")
+                       : MessageSource::fromHex(std::cin);
+}
+
+bool sendOne(CANTransportClient& client, const MessageSource::Bytes& message,
+             std::uint64_t timeoutMs)
+{
+    const auto result =
+        timeoutMs == 0 ? client.send(message)
+                       : client.send(message, Clock::now() + std::chrono::milliseconds(timeoutMs));
+    if (result != CANTransportClient::SendResult::acknowledged) {
+        while (client.receive(std::chrono::milliseconds(0))) { // throws if the bus is lost
+        }
+    }
+    return result == CANTransportClient::SendResult::acknowledged;
+}
+
+void report(std::uint64_t sent, std::size_t bytes, Clock::duration time)
+{
+    const double seconds = std::max(std::chrono::duration<double>(time).count(), 1e-6);
+    std::fprintf(stderr, "%llu messages in %.2f s, %.1f messages/s, %.0f bytes/s\n",
+                 static_cast<unsigned long long>(sent), seconds,
+                 static_cast<double>(sent) / seconds, static_cast<double>(sent * bytes) / seconds);
+}
+
+int send(const Options& options, int debugLevel)
+{
+    const auto message = messageOf(options);
+    CANTransportClient client(options.line.bus, Tool::clientOptions(options.line, debugLevel));
+    const auto begin = Clock::now();
+    ProgressBar bar;
+    std::uint64_t sent = 0;
+    while (sent < options.count && sendOne(client, message, options.timeoutMs)) {
+        bar.show(++sent, options.count);
+    }
+    bar.erase();
+    if (options.count > 1) {
+        report(sent, message.size(), Clock::now() - begin);
+    }
+    if (sent < options.count) {
+        std::fprintf(stderr, "%s: message %llu was given up\n", description.name,
+                     static_cast<unsigned long long>(sent + 1));
+        return Tool::exitFailed;
+    }
+    return Tool::exitFine;
+}
+
+} // namespace
+
+int main(int count, char** arguments)
+{
+    Options options;
+    return Tool::main(
+        count, arguments, description, [&](CLI::App& app) { declare(app, options); },
+        [&](int debugLevel) { return send(options, debugLevel); });
+}
