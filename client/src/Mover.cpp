@@ -133,10 +133,10 @@ bool ClientEngine::takeOrders()
 void ClientEngine::handOver()
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    if (underWay == nullptr && !waiting.empty() && !withdrawn && pending.empty()) {
+    if (underWay == nullptr && !waiting.empty() && !withdrawn) {
         underWay = waiting.front();
         waiting.pop_front();
-        CANTransportTraceMessage(underWay->message).createByteArray(pending, true, false);
+        CANTransportTraceMessage(underWay->message).createByteArray(pending, true, true);
     }
 }
 
