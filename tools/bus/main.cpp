@@ -76,7 +76,7 @@ int carry(const Options& options)
 int main(int count, char** arguments)
 {
     Options options;
-    return Tool::main(
+    return Tool::runProgram(
         count, arguments, description, [&](CLI::App& app) { declare(app, options); },
         [&](int) { return carry(options); });
 }

@@ -70,8 +70,9 @@ std::string Tool::complaint(const std::string& given, const std::string& expecte
     return "got '" + given + "', expected " + expected;
 }
 
-int Tool::main(int count, char** arguments, const Description& description,
-               const std::function<void(CLI::App&)>& declare, const std::function<int(int)>& run)
+int Tool::runProgram(int count, char** arguments, const Description& description,
+                     const std::function<void(CLI::App&)>& declare,
+                     const std::function<int(int)>& run)
 {
     int verbosity = 0;
     CLI::App app(description.what, description.name);

@@ -36,8 +36,8 @@ struct Description {
 /// Results belong on stdout and nothing else: what the library logs goes nowhere, or to stderr with
 /// the flag -v, which every tool has. Whatever is thrown ends as one line on stderr.
 /// @param run gets the debug level. @return the exit code of the program.
-int main(int count, char** arguments, const Description& description,
-         const std::function<void(CLI::App&)>& declare, const std::function<int(int)>& run);
+int runProgram(int count, char** arguments, const Description& description,
+               const std::function<void(CLI::App&)>& declare, const std::function<int(int)>& run);
 
 /// The ids of an endpoint and its bus.
 struct Line {

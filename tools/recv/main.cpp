@@ -107,7 +107,7 @@ int receive(const Options& options, int debugLevel)
 int main(int count, char** arguments)
 {
     Options options;
-    return Tool::main(
+    return Tool::runProgram(
         count, arguments, description, [&](CLI::App& app) { declare(app, options); },
         [&](int debugLevel) { return receive(options, debugLevel); });
 }

@@ -103,7 +103,7 @@ int send(const Options& options, int debugLevel)
 int main(int count, char** arguments)
 {
     Options options;
-    return Tool::main(
+    return Tool::runProgram(
         count, arguments, description, [&](CLI::App& app) { declare(app, options); },
         [&](int debugLevel) { return send(options, debugLevel); });
 }
