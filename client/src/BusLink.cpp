@@ -97,8 +97,7 @@ BusLink::BusLink(const std::string& bus, std::uint32_t acceptedId)
     if (const char* const path = behind(bus, "unix:")) {
         connectTo(path);
     } else if (const char* const command = behind(bus, "exec:")) {
-        const std::string line = std::string("exec ") + command;
-        std::string words[] = {"sh", "-c", line};
+        std::string words[] = {"sh", "-c", command};
         char* const arguments[] = {words[0].data(), words[1].data(), words[2].data(), nullptr};
         spawn("/bin/sh", arguments);
     } else {

@@ -95,7 +95,7 @@ std::optional<CANTransportClient::Message> ClientEngine::receive(std::chrono::mi
     Caller caller(*this);
     caller.waitUntil(deadline, [this] { return !received.empty() || lost || closing; });
     if (received.empty()) {
-        if (lost) {
+        if (lost && !closing) { // its end loses the bus too
             throw CANTransportClient::BusLost();
         }
         return std::nullopt;

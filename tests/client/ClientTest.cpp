@@ -35,7 +35,7 @@ struct Pair {
 Bytes numbered(std::size_t size, std::size_t number)
 {
     Bytes bytes(size, static_cast<unsigned char>(number >> 8U));
-    bytes.front() = static_cast<unsigned char>(number);
+    bytes.at(0) = static_cast<unsigned char>(number);
     return bytes;
 }
 
@@ -120,6 +120,15 @@ TEST(Client, talksToACommandAndLeavesNoZombie)
                                           ids(1, 1));
     }
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child is left";
+}
+
+TEST(Client, losesItsProxyInTheMiddleOfABurstAndReconnects)
+{
+    CANTransportClient echo("exec:dd bs=39 count=100 status=none", ids(1, 1)); // so many frames
+    EXPECT_EQ(echo.send(numbered(4095, 0)), Result::givenUp);
+    EXPECT_THROW(echo.receive(10s), CANTransportClient::BusLost);
+    echo.reconnect();
+    EXPECT_EQ(echo.send({1}), Result::acknowledged);
 }
 
 TEST(Client, losesNothingWhileNobodyReads)
