@@ -42,7 +42,7 @@ struct Session {
             const std::size_t from = input.byte();
             const std::size_t to = std::min(from + input.byte(), frames.size());
             for (std::size_t i = from; i < to; ++i) {
-                take(record({frames[i].data, frames[i].data + 8}));
+                take(recordOf(frames[i]));
             }
             break;
         }

@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <exception>
-#include <filesystem>
 #include <iostream>
 #include <optional>
 
@@ -108,11 +107,6 @@ private:
     const int level;
 };
 
-std::ptrdiff_t openDescriptors()
-{
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-}
-
 const Bytes payloads[] = {pattern(20), pattern(300)};
 const Bytes requests[] = {bytesOf(CANTransportTraceMessage(payloads[0])),
                           bytesOf(CANTransportTraceMessage(payloads[1]))};
@@ -140,13 +134,13 @@ void failInTurn(const char* call, bool always)
     long turn = 0;
     do {
         ++turn;
-        const auto descriptors = openDescriptors();
+        const auto descriptors = countEntries("/proc/self/fd");
         const long blocks = Injection::blocksInUse();
         Injection::arm(call, turn, always);
         live(level, always);
         Injection::disarm();
         ASSERT_EQ(Injection::blocksInUse(), blocks) << "after a failure of call " << turn;
-        ASSERT_EQ(openDescriptors(), descriptors) << "after a failure of call " << turn;
+        ASSERT_EQ(countEntries("/proc/self/fd"), descriptors) << "after a failure of call " << turn;
     } while (Injection::hasHit());
     EXPECT_GT(turn, 1) << "no call has been made to fail";
 }

@@ -62,48 +62,6 @@ TEST(Sending, whatDoesNotFitHasItsLine)
     }
 }
 
-TEST(Sending, atRestAPhaseThatNoTimerCouldEndFallsBack)
-{
-    LogCapture log;
-    Endpoint endpoint(1);
-    endpoint.request({1});
-    endpoint.framesOf(pattern(20), 0, 1);
-    endpoint.flowControl(1);
-    endpoint.clear(true);
-    log.out();
-    EXPECT_TRUE(Access::restIfIdle(endpoint));
-    EXPECT_EQ(log.out(),
-              "[DEBUG] CANTransportThread::threadCode() reception without a timer ended\n");
-    EXPECT_TRUE(Access::restIfIdle(endpoint));
-    EXPECT_EQ(log.out(), "");
-    endpoint.framesOf(pattern(40));
-    EXPECT_EQ(endpoint.delivered(), std::vector<Bytes>{pattern(40)});
-}
-
-TEST(Sending, theDelegateMayClearAndAsk)
-{
-    LogCapture log;
-    Endpoint endpoint;
-    bool emptyInside = true;
-    std::function<void(CANTransportThread::statuschange_t, unsigned short)> listener =
-        [&](CANTransportThread::statuschange_t status, unsigned short) {
-            if (status == CANTransportThread::CTT_ACKNOWLEDGED) {
-                endpoint.clear(false); // keeps the next message
-                emptyInside = endpoint.sendQueueEmpty();
-            }
-        };
-    endpoint.setDelegate(listener);
-    endpoint.request({1});
-    endpoint.request({2});
-    endpoint.request({3});
-    endpoint.flowControl(3);
-    EXPECT_FALSE(emptyInside);
-    endpoint.sent();
-    endpoint.expire();
-    EXPECT_EQ(endpoint.sent(), Lines{"01 02 00 00 00 00 00 00"});
-    EXPECT_EQ(Access::snapshot(endpoint).queued, 1U);
-}
-
 TEST(Sending, aMessageClearedInThePauseOfARefusalCostsNoAttempt)
 {
     LogCapture log;
@@ -125,41 +83,6 @@ TEST(Sending, aMessageClearedInThePauseOfARefusalCostsNoAttempt)
     EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(10));
     std::cout.rdbuf(previous);
     EXPECT_EQ(Access::snapshot(endpoint).retries, 0);
-}
-
-TEST(Sending, aMessageIsSentFiveTimesInAllAndOneReportStandsForTheOutage)
-{
-    const std::string tag = "[INFO] CANTransportThread::handleSendError() ";
-    for (const std::string status : {"CTT_SEND_TIMEOUT", "CTT_DISCONNECTED"}) {
-        LogCapture log;
-        Endpoint endpoint;
-        if (status == "CTT_DISCONNECTED") {
-            endpoint.flowControl(9);
-        }
-        log.out();
-        endpoint.statuses();
-        const auto sendInVain = [&] {
-            endpoint.request(pattern(20));
-            endpoint.request({2}); // dropped with the first, without a frame
-            for (int i = 0; i < 5; ++i) {
-                endpoint.expire();
-            }
-            EXPECT_EQ(endpoint.sent(), Lines(5, hex(cut(pattern(20))[0])));
-        };
-        sendInVain();
-        std::string lines;
-        for (const char retry : {'0', '1', '2', '3', '4'}) {
-            lines += tag + "send retry = " + retry + "\n";
-        }
-        EXPECT_EQ(log.out(), lines + tag + status + "\n");
-        EXPECT_EQ(endpoint.statuses(), Lines{status + " 0"});
-        sendInVain(); // the outage lasts: no further report, and no line
-        EXPECT_EQ(log.out(), "");
-        EXPECT_EQ(endpoint.statuses(), Lines{});
-        endpoint.flowControl(9);
-        sendInVain();
-        EXPECT_EQ(endpoint.statuses(), (Lines{"CTT_CONNECTED 0", "CTT_DISCONNECTED 0"}));
-    }
 }
 
 TEST(Sending, theQueueIsEmptyOnlyWhenNothingWaitsInThePipeEither)

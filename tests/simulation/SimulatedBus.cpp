@@ -20,11 +20,6 @@ Frame frameOf(unsigned int first, std::uint32_t canID, Random& random)
     return frame;
 }
 
-Bytes recordOf(const Frame& frame)
-{
-    return bytesOf(CANExtTraceMessage(frame.canID, frame.data, frame.len));
-}
-
 } // namespace
 
 /// A frame that an endpoint has sent, through the faults of the bus to the other.

@@ -1,6 +1,7 @@
 #include "support/Endpoint.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
@@ -174,6 +175,11 @@ Bytes bytesOf(const MessageBase& message)
     return bytes;
 }
 
+Bytes recordOf(const CANTransportThread::TPCANMsg& frame)
+{
+    return bytesOf(CANExtTraceMessage(frame.canID, frame.data, frame.len));
+}
+
 Bytes pattern(std::size_t size)
 {
     Bytes bytes(size);
@@ -219,3 +225,8 @@ std::string hex(const CANTransportThread::TPCANMsg& frame)
 }
 
 std::string fc(int code) { return "3" + std::to_string(code) + " 00 00 00 00 00 00 00"; }
+
+std::ptrdiff_t countEntries(const char* folder)
+{
+    return std::distance(std::filesystem::directory_iterator(folder), {});
+}

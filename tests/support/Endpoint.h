@@ -104,6 +104,7 @@ private:
 };
 
 Bytes bytesOf(const MessageBase& message);
+Bytes recordOf(const CANTransportThread::TPCANMsg& frame);
 /// `size` bytes that tell their place.
 Bytes pattern(std::size_t size);
 /// The frames that carry the message, as an endpoint cuts it.
@@ -111,3 +112,5 @@ std::vector<CANTransportThread::TPCANMsg> cut(const Bytes& message);
 std::string hex(const CANTransportThread::TPCANMsg& frame);
 /// A flow-control frame as sent() gives it.
 std::string fc(int code);
+/// In "/proc/self/fd" as many as the process has descriptors.
+std::ptrdiff_t countEntries(const char* folder);

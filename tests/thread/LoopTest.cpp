@@ -6,11 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <utility>
-
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 namespace {
@@ -26,11 +23,6 @@ void waitReadable(int descriptor)
 }
 
 Bytes requestOf(const Bytes& message) { return bytesOf(CANTransportTraceMessage(message)); }
-
-Bytes recordOf(const CANTransportThread::TPCANMsg& frame)
-{
-    return bytesOf(CANExtTraceMessage(frame.canID, frame.data, frame.len));
-}
 
 } // namespace
 
@@ -97,19 +89,6 @@ TEST(Loop, anErrorInEachPassIsToldAndStopStillWorks)
     neverOpened.stop();
 }
 
-TEST(Loop, oneOverlongFrameDoesNotEndTheEndpointOrWhatStandsBehindIt)
-{
-    LogCapture log;
-    Endpoint endpoint;
-    endpoint.write(bytesOf(CANTraceMessage(1, pattern(9).data(), 9)));
-    endpoint.write(requestOf({1}));
-    endpoint.start();
-    waitReadable(endpoint.proxyPipe[0]);
-    endpoint.stop();
-    EXPECT_EQ(log.err(),
-              "[ERROR] Thread::threadCode() left by an exception: CANTraceMessageBase too long\n");
-}
-
 TEST(Loop, aProxyThatIsGoneCostsALineForEachFrame)
 {
     LogCapture log;
@@ -169,26 +148,4 @@ TEST(Loop, stopGetsThroughToAProxyThatDoesNotTakeAndTheMessageStartsAfresh)
     endpoint.stop();
     EXPECT_EQ(endpoint.sent(), Lines{hex(cut(message)[0])});
     EXPECT_EQ(log.out().find("timeout set to 5"), std::string::npos); // the timer went on
-}
-
-TEST(Loop, descriptorsAbove1024Work)
-{
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = limit.rlim_max;
-    setrlimit(RLIMIT_NOFILE, &limit);
-    LogCapture log;
-    Endpoint endpoint;
-    int& input = Access::inputReadEnd(endpoint);
-    const int high = fcntl(input, F_DUPFD, 1100);
-    if (high == -1) {
-        GTEST_SKIP() << "the hard limit of descriptors is " << limit.rlim_max;
-    }
-    const int low = std::exchange(input, high);
-    EXPECT_TRUE(endpoint.sendQueueEmpty());
-    endpoint.start();
-    endpoint.write(requestOf({1}));
-    waitReadable(endpoint.proxyPipe[0]);
-    endpoint.stop();
-    close(low);
 }

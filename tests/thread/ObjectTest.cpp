@@ -2,29 +2,20 @@
 
 #include "velk/VelkException.h"
 
+#include "support/Endpoint.h"
 #include "support/LogCapture.h"
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <iostream>
 
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
-namespace {
-
-std::ptrdiff_t openDescriptors()
-{
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-}
-
-} // namespace
-
 TEST(CANTransportThread, openGivesTheClientItsTwoEnds)
 {
-    const auto before = openDescriptors();
+    const auto before = countEntries("/proc/self/fd");
     {
         CANTransportThread endpoint;
         int reading = 0;
@@ -38,9 +29,9 @@ TEST(CANTransportThread, openGivesTheClientItsTwoEnds)
         EXPECT_EQ(fcntl(writing, F_GETFL) & (O_ACCMODE | O_NONBLOCK), O_WRONLY);
         EXPECT_TRUE(endpoint.sendQueueEmpty());
         EXPECT_THROW(endpoint.open(reading, writing), VelkException);
-        EXPECT_EQ(openDescriptors(), before + 4);
+        EXPECT_EQ(countEntries("/proc/self/fd"), before + 4);
     }
-    EXPECT_EQ(openDescriptors(), before);
+    EXPECT_EQ(countEntries("/proc/self/fd"), before);
 }
 
 TEST(CANTransportThread, openFailsWithALineWhenDescriptorsRunOut)
