@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# programs.sh BIN: the tools as processes, over a bus on a socket.
+# programs.sh BIN EXAMPLE: the tools and the README's example as processes, over a bus on a socket.
 set -u
 bin=$1
+readme=$2
 scratch=$(mktemp -d)
 trap 'kill -KILL $(jobs -p) 2>/dev/null; rm -rf -- "$scratch"' EXIT
 cd "$scratch" || exit 1
@@ -48,6 +49,19 @@ receive --json
 send -D 2
 wait "$receiver"
 expect "a message as JSON" '"id":"123","length":2,"data":"0102"}' "$(cut -d, -f2- out)"
+
+# The example greets its peer, and sends back what comes.
+receive
+"$readme" unix:bus >example.log 2>&1 &
+example=$!
+wait "$receiver"
+"$bin/velkcan-send" -s 456 -d 123 -D 3 unix:bus
+expect "what is sent" 0 $?
+cp out greeting
+receive
+wait "$receiver"
+kill "$example"
+expect "the example" "68 65 6C 6C 6F/01 02 03/" "$(cat greeting out | tr '\n' /)"
 
 receive -l
 send -D 1

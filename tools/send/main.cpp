@@ -31,7 +31,7 @@ struct Options {
 void declare(CLI::App& app, Options& options)
 {
     Tool::addLine(app, options.line);
-    auto* const file = app.add_option("--file", options.file, "Send the bytes of this file");
+    auto* const file = app.add_option("--file", options.file, "Send the bytes of this file")->type_name("FILE");
     auto* const raw = app.add_flag("--raw", options.raw, "Take stdin as it is, not as hexadecimal");
     Tool::addNumber(app, "-D", options.generated, 1, CANTransportThread::MAX_MESSAGE_LENGTH,
                     "Send so many bytes: 01 02 03 and so on");

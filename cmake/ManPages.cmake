@@ -1,0 +1,17 @@
+# What --help tells is the one source of a man page.
+find_program(HELP2MAN help2man)
+if(NOT HELP2MAN)
+  message(STATUS "help2man is not there: no man pages")
+endif()
+
+# velk_man_page(PROGRAM SUMMARY)
+function(velk_man_page program summary)
+  if(NOT HELP2MAN OR CMAKE_CROSSCOMPILING OR VELK_SANITIZE)
+    return()
+  endif()
+  set(page ${CMAKE_CURRENT_BINARY_DIR}/${program}.1)
+  add_custom_command(OUTPUT ${page} DEPENDS ${program} VERBATIM
+    COMMAND ${HELP2MAN} --no-info --name ${summary} --output ${page} $<TARGET_FILE:${program}>)
+  add_custom_target(${program}-man ALL DEPENDS ${page})
+  install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+endfunction()
