@@ -23,7 +23,7 @@ thread_local Counters counters{};
 
 // These take the place of what the shared library would call, so it is counted as it is shipped.
 
-void* operator new(std::size_t size)
+[[gnu::noinline]] void* operator new(std::size_t size) // or g++ takes delete for mismatched
 {
     void* block = std::malloc(size); // NOLINT(*-no-malloc)
     if (block == nullptr) {
@@ -34,7 +34,7 @@ void* operator new(std::size_t size)
     return block;
 }
 
-void operator delete(void* block) noexcept
+[[gnu::noinline]] void operator delete(void* block) noexcept
 {
     counters.bytesInUse -= static_cast<double>(malloc_usable_size(block));
     std::free(block); // NOLINT(*-no-malloc)

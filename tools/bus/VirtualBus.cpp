@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <utility>
 
@@ -28,22 +27,6 @@ enum WaitIndex : std::size_t { quitIndex, listenerIndex, firstNodeIndex };
     exception << what << ": " << std::strerror(error);
     throw exception;
 }
-
-class AllSignalsBlocked {
-public:
-    AllSignalsBlocked()
-    {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &before);
-    }
-    ~AllSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before, nullptr); }
-    AllSignalsBlocked(const AllSignalsBlocked&) = delete;
-    AllSignalsBlocked& operator=(const AllSignalsBlocked&) = delete;
-
-private:
-    sigset_t before{};
-};
 
 timespec untilThen(Pace::Clock::time_point then)
 {
@@ -74,7 +57,6 @@ VirtualBus::VirtualBus(std::string socketPath, Options busOptions)
         fail("no descriptor for a bus", errno);
     }
     listen();
-    const AllSignalsBlocked inherited;
     thread = std::thread(&VirtualBus::run, this);
 }
 

@@ -27,7 +27,8 @@
 /// It never waits for a node. Each has a queue of bounded length; a frame for a full one is dropped and
 /// counted, as by a real controller. A node that ends harms no other.
 ///
-/// All operations may be called from any thread, and none blocks for longer than a moment, apart from
+/// Its thread inherits the signal mask of the one that constructs it. All operations may be called from
+/// any thread, and none blocks for longer than a moment, apart from
 /// stop() and the destructor, which wait for the observer to return.
 class VirtualBus {
 public:
