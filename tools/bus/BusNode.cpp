@@ -26,7 +26,8 @@ std::optional<CANFrame> BusNode::nextFrame(std::uint64_t& unreadable)
         try {
             auto message = source.getNextMessage();
             if (message == nullptr) {
-                dead = dead || source.read() == -1;
+                // The packets of a client that has gone without reading its own stand behind an error.
+                dead = source.read() == -1 && errno != ECONNRESET;
                 message = source.getNextMessage();
             }
             if (message == nullptr) {
@@ -67,12 +68,9 @@ void BusNode::flush()
 /// @return false if the client takes nothing now.
 bool BusNode::send(const std::vector<unsigned char>& record)
 {
-    if (::send(socket.get(), record.data(), record.size(), MSG_NOSIGNAL) != -1) {
+    if (deaf || ::send(socket.get(), record.data(), record.size(), MSG_NOSIGNAL) != -1) {
         return true;
     }
-    if (errno == EAGAIN || errno == EINTR) {
-        return false;
-    }
-    dead = true;
-    return true; // there is nobody to send it to
+    deaf = errno != EAGAIN && errno != EINTR;
+    return deaf;
 }

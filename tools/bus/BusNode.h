@@ -31,7 +31,7 @@ public:
     bool deliver(const std::vector<unsigned char>& record, std::size_t queueLength);
     /// Sends as much of the queue as the client takes.
     void flush();
-    /// The client has gone: nothing comes from it, and nothing reaches it.
+    /// The client has gone, and nothing of it is left to carry.
     bool gone() const { return dead; }
 
 private:
@@ -41,5 +41,6 @@ private:
     TraceMessageBuffer source;
     bool exhausted = true;
     bool dead = false;
+    bool deaf = false; ///< The client has gone or reads no more; what it has sent still counts.
     std::deque<std::vector<unsigned char>> queue;
 };
