@@ -8,9 +8,9 @@ void CANTransportThread::handleCANData(TPCANMsg& frame)
 {
     if (debugLevel > 1) {
         LogLine::debug("handleCANData") << "CAN data received from the CAN proxy: " << frame;
-    }
-    if (debugLevel > 2) {
-        LogLine::debug("handleCANData") << "connected: " << (connected ? 1 : 0);
+        if (debugLevel > 2) {
+            LogLine::debug("handleCANData") << "connected: " << (connected ? 1 : 0);
+        }
     }
     if (!connected) {
         if (debugLevel != 0) {
