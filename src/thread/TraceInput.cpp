@@ -71,7 +71,7 @@ void CANTransportThread::handleTraceMessage(const MessageBase& message)
 /// Frames come by hundreds, so they do without a message object, but for those that are logged.
 void CANTransportThread::handleFramesAtHand()
 {
-    TPCANMsg frame;
+    TPCANMsg frame{};
     while (debugLevel == 0 && traceBuffer->getNextFrame(frame.canID, frame.len, frame.data)) {
         handleCANData(frame);
     }
