@@ -48,24 +48,26 @@ std::string findProxy()
     return "velkcan-proxy";
 }
 
-/// In a group of its own, so that a shell's children end with it and no signal of the terminal ends
-/// it before its client; with the signals as a program expects them.
+/// With the signals as a program expects them. A proxy has a group of its own, so that no signal of the
+/// terminal ends it before its client; a command stays in this one, for it may ask at the terminal.
 class SpawnSettings {
 public:
-    explicit SpawnSettings(int standardStreams)
+    SpawnSettings(int standardStreams, bool ownGroup)
     {
         sigset_t none;
         sigset_t all;
         sigemptyset(&none);
         sigfillset(&all);
         posix_spawnattr_init(&attributes);
-        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK |
-                                                  POSIX_SPAWN_SETSIGDEF);
+        const int flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
+        posix_spawnattr_setflags(
+            &attributes, static_cast<short>(flags | (ownGroup ? POSIX_SPAWN_SETPGROUP : 0)));
         posix_spawnattr_setsigmask(&attributes, &none);
         posix_spawnattr_setsigdefault(&attributes, &all);
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_adddup2(&actions, standardStreams, STDIN_FILENO);
         posix_spawn_file_actions_adddup2(&actions, standardStreams, STDOUT_FILENO);
+        posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
     }
     ~SpawnSettings()
     {
@@ -99,14 +101,19 @@ BusLink::BusLink(const std::string& bus, std::uint32_t acceptedId)
     } else if (const char* const command = behind(bus, "exec:")) {
         std::string words[] = {"sh", "-c", command};
         char* const arguments[] = {words[0].data(), words[1].data(), words[2].data(), nullptr};
-        spawn("/bin/sh", arguments);
+        spawn("/bin/sh", arguments, false);
+    } else if (bus.empty() || bus.find('/') != std::string::npos) {
+        VelkException exception;
+        exception << "got the bus '" << bus << "', expected can0, unix:PATH or exec:COMMAND";
+        throw exception;
     } else {
         std::array<char, 9> id{};
         std::snprintf(id.data(), id.size(), "%03X", acceptedId);
-        std::string words[] = {"velkcan-proxy", "--accept", id.data(), "--", bus};
+        std::string words[] = {"velkcan-proxy", "--quiet", "--accept", id.data(), "--", bus};
         char* const arguments[] = {words[0].data(), words[1].data(), words[2].data(),
-                                   words[3].data(), words[4].data(), nullptr};
-        spawn(findProxy(), arguments);
+                                   words[3].data(), words[4].data(), words[5].data(),
+                                   nullptr};
+        spawn(findProxy(), arguments, true);
     }
 }
 
@@ -134,7 +141,7 @@ void BusLink::connectTo(const std::string& path)
     fail("unix:" + path, error);
 }
 
-void BusLink::spawn(const std::string& program, char* const* arguments)
+void BusLink::spawn(const std::string& program, char* const* arguments, bool ownGroup)
 {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == -1) {
@@ -142,7 +149,7 @@ void BusLink::spawn(const std::string& program, char* const* arguments)
     }
     socket = Descriptor(ends[0]);
     const Descriptor other(ends[1]);
-    const SpawnSettings settings(other.get());
+    const SpawnSettings settings(other.get(), ownGroup);
     const int error = posix_spawnp(&child, program.c_str(), &settings.actions, &settings.attributes,
                                    arguments, environ);
     if (error != 0) {
@@ -157,9 +164,9 @@ BusLink::~BusLink()
     if (child == -1 || hasEndedWithinGrace(child)) {
         return;
     }
-    kill(-child, SIGTERM);
+    kill(child, SIGTERM);
     if (!hasEndedWithinGrace(child)) {
-        kill(-child, SIGKILL);
+        kill(child, SIGKILL);
         waitpid(child, nullptr, 0);
     }
 }
@@ -168,5 +175,5 @@ bool BusLink::atEnd() const
 {
     char byte = 0;
     const ssize_t count = recv(socket.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT);
-    return count == 0 || (count == -1 && errno != EAGAIN && errno != EINTR);
+    return count == 0 || (count == -1 && errno != EAGAIN && errno != EINTR && errno != ECONNRESET);
 }

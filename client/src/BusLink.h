@@ -26,7 +26,7 @@ public:
 
 private:
     void connectTo(const std::string& path);
-    void spawn(const std::string& program, char* const* arguments);
+    void spawn(const std::string& program, char* const* arguments, bool ownGroup);
 
     Descriptor socket;
     pid_t child = -1;

@@ -4,7 +4,12 @@
 
 #include <utility>
 
-const char* CANTransportClient::BusLost::what() const noexcept { return "the bus is lost"; }
+CANTransportClient::BusLost::BusLost(const std::string& bus)
+    : std::runtime_error(bus + ": the bus is lost")
+{
+}
+
+CANTransportClient::BusLost::~BusLost() = default;
 
 CANTransportClient::CANTransportClient(std::string bus, Options options)
     : engine(std::make_unique<ClientEngine>(std::move(bus), std::move(options)))

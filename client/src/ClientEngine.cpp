@@ -40,10 +40,16 @@ ClientEngine::ClientEngine(std::string busName, CANTransportClient::Options clie
       options(std::move(clientOptions)),
       wake(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))
 {
+    const int error = errno;
+    constexpr std::uint32_t largestId = 0x7FF;
+    VelkException exception;
     if (wake.get() == -1) {
-        const int error = errno;
-        VelkException exception;
         exception << "no event descriptor: " << std::strerror(error);
+        throw exception;
+    }
+    if (options.sendId > largestId || options.receiveId > largestId) {
+        exception << "got the ids " << options.sendId << " and " << options.receiveId
+                  << ", expected ids up to " << largestId;
         throw exception;
     }
     startMoving();
@@ -96,7 +102,7 @@ std::optional<CANTransportClient::Message> ClientEngine::receive(std::chrono::mi
     caller.waitUntil(deadline, [this] { return !received.empty() || lost || closing; });
     if (received.empty()) {
         if (lost && !closing) { // its end loses the bus too
-            throw CANTransportClient::BusLost();
+            throw CANTransportClient::BusLost(bus);
         }
         return std::nullopt;
     }

@@ -57,13 +57,16 @@ private:
     void move();
     void startEndpoint();
     void endEndpoint();
+    void letEndpointFinish() const;
     bool takeOrders();
     void handOver();
     bool waitForEvents();
     bool takeFrames();
     void parseFrames();
+    bool isForEndpoint(const CANTraceMessageBase& frame);
     void feedEndpoint();
     bool takeMessages(std::size_t most);
+    bool hasRoom() const; ///< Under the mutex.
     void wakeUp() const;
 
     const std::string bus;
@@ -81,6 +84,7 @@ private:
     int input = -1;  ///< Where records go in; the endpoint's own.
     std::unique_ptr<TraceMessageBuffer> messages; ///< From the endpoint.
     Bytes pending; ///< What is left of whole records on their way into the endpoint.
+    bool behindAStart = false; ///< The endpoint has got the first frame of some message.
 
     // Guarded by the mutex, which is never held while the endpoint or the handler is called.
     std::mutex mutex;

@@ -1,7 +1,9 @@
 #include "ClientEngine.h"
 
+#include "velk/Millisleep.h"
 #include "velk/VelkException.h"
 
+#include <cerrno>
 #include <csignal>
 
 #include <fcntl.h>
@@ -33,17 +35,20 @@ private:
 void ClientEngine::startMoving()
 {
     const AllSignalsBlocked inherited;
-    {
+    try {
+        link = std::make_unique<BusLink>(bus, options.receiveId);
+        frames = std::make_unique<TraceMessageBuffer>(link->descriptor(), nullptr);
         const std::lock_guard<std::mutex> lock(mutex);
-        lost = true; // until the bus is reached
-    }
-    link = std::make_unique<BusLink>(bus, options.receiveId);
-    frames = std::make_unique<TraceMessageBuffer>(link->descriptor(), nullptr);
-    {
-        const std::lock_guard<std::mutex> lock(mutex);
+        mover = std::thread(&ClientEngine::move, this);
         lost = stopping = false;
+    } catch (const std::exception& error) {
+        const std::lock_guard<std::mutex> lock(mutex);
+        lost = true;
+        changed.notify_all();
+        VelkException exception;
+        exception << error.what();
+        throw exception;
     }
-    mover = std::thread(&ClientEngine::move, this);
 }
 
 void ClientEngine::stopMoving()
@@ -61,17 +66,23 @@ void ClientEngine::stopMoving()
 
 void ClientEngine::move()
 {
+    bool ordered = false;
     try {
         startEndpoint();
-        while (takeOrders() && waitForEvents()) {
+        while (!ordered && waitForEvents()) {
+            ordered = !takeOrders();
         }
+        endEndpoint();
     } catch (const std::exception&) { // no memory or no descriptor for an endpoint
+        if (endpoint) {
+            endpoint->stop();
+            endpoint.reset();
+        }
     }
-    endEndpoint();
     {
         const std::lock_guard<std::mutex> lock(mutex);
         giveUpAll();
-        lost = true;
+        lost = !ordered;
         changed.notify_all();
     }
     link.reset();
@@ -90,24 +101,36 @@ void ClientEngine::startEndpoint()
     fcntl(input, F_SETFL, O_NONBLOCK);
     messages = std::make_unique<TraceMessageBuffer>(output, nullptr);
     pending.clear(); // its pipe must not begin within a record
+    behindAStart = false;
     endpoint->start();
     const std::lock_guard<std::mutex> lock(mutex);
     withdrawn = muted = false;
 }
 
-/// Nothing that has come is lost with it.
+/// Nothing that has come is lost with it, and what has been handed out is acknowledged.
 void ClientEngine::endEndpoint()
 {
-    if (!endpoint) {
-        return;
-    }
+    letEndpointFinish();
     endpoint->stop();
     int left = 0;
     do {
         messages->read();
         takeMessages(SIZE_MAX);
     } while (ioctl(output, FIONREAD, &left) == 0 && left > 0);
+    messages.reset();
     endpoint.reset();
+}
+
+/// A stop could fall between a delivery and its acknowledgement. What the endpoint reads next, it reads
+/// behind both: here the beginning of a record that never comes.
+void ClientEngine::letEndpointFinish() const
+{
+    constexpr int mostMs = 50; // it may stand in a write that nobody takes
+    int unread = write(input, "\xA3", 1) == 1 ? 1 : 0;
+    for (int waitedMs = 0; unread > 0 && waitedMs < mostMs; ++waitedMs) {
+        millisleep(1);
+        ioctl(input, FIONREAD, &unread);
+    }
 }
 
 bool ClientEngine::takeOrders()
@@ -119,8 +142,8 @@ bool ClientEngine::takeOrders()
             return false;
         }
         // Whoever gave a message up has no part in what becomes of it, and of what a muted endpoint
-        // gives up nobody would hear.
-        fresh = withdrawn || (muted && !waiting.empty());
+        // gives up nobody would hear. What the old one has delivered needs room first.
+        fresh = hasRoom() && (withdrawn || (muted && !waiting.empty()));
     }
     if (fresh) {
         endEndpoint();
@@ -133,7 +156,7 @@ bool ClientEngine::takeOrders()
 void ClientEngine::handOver()
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    if (underWay == nullptr && !waiting.empty() && !withdrawn) {
+    if (underWay == nullptr && !waiting.empty() && !withdrawn && !muted) {
         underWay = waiting.front();
         waiting.pop_front();
         CANTransportTraceMessage(underWay->message).createByteArray(pending, true, true);
@@ -145,8 +168,10 @@ bool ClientEngine::waitForEvents()
 {
     feedEndpoint();
     const bool room = takeMessages(options.queueLength);
+    // An endpoint that is held up takes nothing, but the end of the bus has to be seen.
+    const auto ofLink = static_cast<short>(POLLRDHUP | (pending.empty() ? POLLIN : 0));
     pollfd waits[] = {{wake.get(), POLLIN, 0},
-                      {pending.empty() ? link->descriptor() : -1, POLLIN | POLLRDHUP, 0},
+                      {pending.empty() || !room ? link->descriptor() : -1, ofLink, 0},
                       {pending.empty() ? -1 : input, POLLOUT, 0},
                       {room ? output : -1, POLLIN, 0}};
     poll(waits, std::size(waits), -1);
@@ -169,7 +194,7 @@ bool ClientEngine::takeFrames()
     constexpr std::size_t enough = 32768;
     int left = 0;
     do {
-        if (frames->read() == -1) {
+        if (frames->read() == -1 && errno != ECONNRESET) { // behind a reset there may be packets
             return false;
         }
         parseFrames();
@@ -183,12 +208,26 @@ void ClientEngine::parseFrames()
     try {
         while (const auto message = frames->getNextMessage()) {
             const auto* const frame = dynamic_cast<const CANTraceMessageBase*>(message.get());
-            if (frame != nullptr && frame->canID == options.receiveId) {
+            if (frame != nullptr && isForEndpoint(*frame)) {
                 frame->createByteArray(pending, true, true);
             }
         }
     } catch (const VelkException&) { // bytes that are no frame
     }
+}
+
+/// The rest of a burst that the endpoint before this one had begun to receive is left out: a refusal of
+/// each of its frames would use up all attempts of the peer at once.
+bool ClientEngine::isForEndpoint(const CANTraceMessageBase& frame)
+{
+    constexpr std::uint8_t longest = 8;
+    if (frame.canID != options.receiveId || frame.length > longest) {
+        return false;
+    }
+    const int kind = frame.data[0] >> 4;
+    behindAStart = behindAStart || kind == CANTransportThread::CTP_SINGLE_FRAME ||
+                   kind == CANTransportThread::CTP_FIRST_FRAME;
+    return behindAStart || kind != CANTransportThread::CTP_CONSECUTIVE_FRAME;
 }
 
 /// Frames and requests both go this way, so none gets into the middle of another.
@@ -207,16 +246,23 @@ void ClientEngine::feedEndpoint()
 bool ClientEngine::takeMessages(std::size_t most)
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    while (received.size() < most) {
+    while (options.queueLength == 0 || received.size() < most) {
         const auto message = messages->getNextMessage();
         if (!message) {
             return true;
         }
-        auto& transport = static_cast<CANTransportTraceMessage&>(*message);
-        received.push_back({transport.canID, std::move(transport.payload)});
-        changed.notify_all();
+        if (options.queueLength != 0) {
+            auto& transport = static_cast<CANTransportTraceMessage&>(*message);
+            received.push_back({transport.canID, std::move(transport.payload)});
+            changed.notify_all();
+        }
     }
     return false;
+}
+
+bool ClientEngine::hasRoom() const
+{
+    return options.queueLength == 0 || received.size() < options.queueLength;
 }
 
 void ClientEngine::wakeUp() const { eventfd_write(wake.get(), 1); }

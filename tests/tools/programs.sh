@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# programs.sh BIN EXAMPLE: the tools and the README's example as processes, over a bus on a socket.
+# programs.sh BIN EXAMPLE NODES: the tools and the README's example as processes, over a bus on a socket.
 set -u
 bin=$1
 readme=$2
+nodes=$3
 scratch=$(mktemp -d)
 trap 'kill -KILL $(jobs -p) 2>/dev/null; rm -rf -- "$scratch"' EXIT
 cd "$scratch" || exit 1
@@ -18,7 +19,7 @@ expect() {
 startBus() {
     "$bin/velkcan-bus" bus 2>bus.err &
     busPid=$!
-    until [ -S bus ]; do sleep 0.01; done
+    until "$bin/velkcan-recv" -s 1 -d 2 --timeout 1 unix:bus 2>/dev/null; [ $? -eq 1 ]; do sleep 0.01; done
 }
 
 # What a sender sends before its receiver is there, it sends again.
@@ -71,16 +72,37 @@ expect "a peer that stands still" 1 "$(send -D 7 --timeout 300; echo $?)"
 expect "others meanwhile" 0 "$("$bin/velkcan-send" -s 1 -d 2 -D 3 unix:bus; echo $?)"
 kill -CONT "$receiver"
 expect "a peer that goes on" 0 "$(send -D 2; echo $?)"
+until grep -qx '01 02' out; do sleep 0.01; done
+expect "what others got" "01 02 03" "$(cat other)"
 expect "nobody there" 1 "$("$bin/velkcan-send" -s 1 -d 2 -D 1 --timeout 50 unix:bus 2>err; echo $?)"
 expect "what is said of it" "velkcan-send: message 1 was given up" "$(cat err)"
 expect "nothing comes" 1 "$("$bin/velkcan-recv" -s 1 -d 2 --timeout 50 unix:bus 2>err; echo $?)"
 
+# So many nodes at once.
+for ((node = 0; node < nodes; node++)); do
+    "$bin/velkcan-recv" -s $((100 + node)) -d $((500 + node)) unix:bus >"node.$node" &
+    pids[node]=$!
+done
+for ((node = 0; node < nodes; node++)); do
+    "$bin/velkcan-send" -s $((500 + node)) -d $((100 + node)) -D 1 unix:bus
+done
+wait "${pids[@]}"
+expect "$nodes nodes" "$nodes 01" "$(sort node.* | uniq -c | xargs)"
+
+kill -KILL "$busPid"
+wait "$busPid" 2>/dev/null
+wait "$receiver"
+expect "the status when the bus has gone" "3 velkcan-recv: unix:bus: the bus is lost" "$? $(cat recv.err)"
+expect "no bus" 3 "$(send -D 1; echo $?)"
+startBus
 kill "$busPid"
 wait "$busPid"
-expect "the status of a bus that was ended" 0 $?
-wait "$receiver"
-expect "the status when the bus has gone" "3 velkcan-recv: the bus is lost" "$? $(cat recv.err)"
-expect "no bus" 3 "$(send -D 1; echo $?)"
+expect "a bus in the place of a dead one, ended" "0 1 nodes" "$? $(cut -d' ' -f2-3 <bus.err | tr -d ,)"
+expect "a bus in the place of a file" "3 300" "$("$bin/velkcan-bus" file 2>/dev/null; echo $?) $(wc -c <file)"
+
+expect "a log in words" "123  [2]  SF len 1   41/123 -> 321  acknowledged, 1 byte  41/321  [1]  FC acknowledge/" \
+    "$(printf '(1) can0 123#0141\nnothing\n(2) can0 321#33\n' | "$bin/velkcan-dump" 2>err | sort | tr '\n' /)"
+expect "what was skipped" "velkcan-dump: skipped 1 line without a data frame of classic CAN" "$(cat err)"
 
 # Each wrong argument: one line on stderr that tells what was given, nothing on stdout, status 2.
 while read -r tool given arguments; do
@@ -101,9 +123,15 @@ recv 0 -s 1 -d 2 -n 0 can0
 recv --raw -s 1 -d 2 --raw --json can0
 bus 999 --mode 999 bus
 bus PATH
+proxy IFACE
+proxy 0123 --accept 0123 can0
+proxy 123: --accept 00000123:7 --accept 123: can0
+dump -d -s 1
+dump 800 -s 800 -d 1
+dump --raw --raw
 ROWS
-expect "a bad token" "velkcan-send: position 4: got 'xy', expected bytes of two hexadecimal digits \
-each, as in 'DE AD BEEF'" "$(echo '00 xy' | send; cat send.err)"
+expect "a bad token" "velkcan-send: position 4: got 'x', expected two hexadecimal digits for each \
+byte, as in 'DE AD BEEF'" "$(echo '00 xy' | send; cat send.err)"
 
 [ "$failures" -eq 0 ] && printf 'all as expected\n'
 exit "$failures"

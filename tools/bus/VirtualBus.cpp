@@ -37,11 +37,17 @@ timespec untilThen(Pace::Clock::time_point then)
     return {static_cast<time_t>(seconds.count()), static_cast<long>(rest.count())};
 }
 
-/// Whether the socket of a bus that has died stands there.
-bool isStale(const sockaddr* address, socklen_t size)
+/// Whether the socket of a bus that has died stands there, and nothing else.
+bool isStale(const sockaddr_un& address)
 {
+    struct stat file {};
+    if (lstat(address.sun_path, &file) == -1 || !S_ISSOCK(file.st_mode)) {
+        return false;
+    }
     const Descriptor probe(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    return connect(probe.get(), address, size) == -1 && errno == ECONNREFUSED;
+    return connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) ==
+               -1 &&
+           errno == ECONNREFUSED;
 }
 
 } // namespace
@@ -81,7 +87,7 @@ void VirtualBus::listen()
     }
     path.copy(address.sun_path, path.size());
     const auto* const generic = reinterpret_cast<const sockaddr*>(&address);
-    if (isStale(generic, sizeof address)) {
+    if (isStale(address)) {
         unlink(path.c_str());
     }
     if (bind(listener.get(), generic, sizeof address) == -1) {
@@ -239,7 +245,8 @@ void VirtualBus::waitForEvents()
 {
     waits.assign({{quit.get(), POLLIN, 0}, {listener.get(), POLLIN, 0}});
     for (const auto& node : nodes) {
-        waits.push_back({node->descriptor(), node->events(), 0});
+        const short events = node->events(); // none: it need not tell that it has gone, either
+        waits.push_back({events == 0 ? -1 : node->descriptor(), events, 0});
     }
     if (onWire) {
         const timespec timeout = untilThen(freeAt);

@@ -59,8 +59,7 @@ public:
         std::uint64_t nodes = 0;      ///< Connections so far.
     };
 
-    /// Makes the socket; a stale one of a bus that has died is replaced. The bus thread starts, with
-    /// all signals blocked.
+    /// Makes the socket; a stale one of a bus that has died is replaced.
     /// @throws VelkException if the socket cannot be had.
     VirtualBus(std::string socketPath, Options busOptions);
     /// Stops the bus and removes the socket.

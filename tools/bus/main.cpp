@@ -12,11 +12,14 @@ constexpr Tool::Description description{
     "packet\n"
     "one frame as a trace message; every node gets the frames of all others. Runs until SIGINT or\n"
     "SIGTERM, and then prints what it has carried on stderr.\n",
-    "\nExit status: 0 ended by a signal; 2 wrong arguments; 3 the socket cannot be had.\n"
+    "[options] PATH",
+    "Exit status: 0 ended by a signal; 2 wrong arguments; 3 the socket cannot be had.\n"
     "\n"
-    "Example:\n"
-    "  velkcan-bus /tmp/bus &\n"
-    "  velkcan-recv -s 456 -d 123 unix:/tmp/bus &\n"
+    "Example, with a terminal for each:\n"
+    "  velkcan-bus /tmp/bus\n"
+    "\n"
+    "  velkcan-recv -s 456 -d 123 unix:/tmp/bus\n"
+    "\n"
     "  echo 'DE AD BEEF' | velkcan-send -s 123 -d 456 unix:/tmp/bus\n"};
 
 struct Options {
@@ -26,7 +29,7 @@ struct Options {
 
 void declare(CLI::App& app, Options& options)
 {
-    app.add_option("PATH", options.path, "Of the socket")->required();
+    app.add_option("PATH", options.path, "Of the socket")->required()->type_name("");
     app.add_option_function<std::string>(
            "--mode",
            [&options](const std::string& text) {
@@ -40,12 +43,11 @@ void declare(CLI::App& app, Options& options)
            },
            "Permissions of the socket (default: 600)")
         ->type_name("MODE");
-    Tool::addNumber(
-        app, "--bitrate", options.bus.bitrate, 0, 1000000000,
-        "Bits per second; a frame of 8 data bytes counts as 125 bits (default: 0, as fast\n"
-        "as it goes)");
-    Tool::addNumber(app, "--queue", options.bus.queueLength, 1, 1000000,
-                    "Frames that wait for one node; more are dropped (default: 1024)");
+    Tool::addNumber(app, "--bitrate N", options.bus.bitrate, 0UL, 1000000000UL,
+                    "Bits per second; a frame of 8 data bytes counts as 125 bits\n"
+                    "(default: 0, as fast as it goes)");
+    Tool::addNumber<std::size_t>(app, "--queue N", options.bus.queueLength, 1, 1000000,
+                                 "Frames that wait for one node; more are dropped (default: 1024)");
 }
 
 int carry(const Options& options)
@@ -78,5 +80,5 @@ int main(int count, char** arguments)
     Options options;
     return Tool::runProgram(
         count, arguments, description, [&](CLI::App& app) { declare(app, options); },
-        [&](int) { return carry(options); });
+        [&] { return carry(options); });
 }

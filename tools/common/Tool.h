@@ -4,13 +4,13 @@
 
 #include <CLI/CLI.hpp>
 
+#include <charconv>
 #include <cstdint>
-#include <cstdio>
 #include <functional>
 #include <stdexcept>
 #include <string>
 
-/// What the command-line tools share: their manners.
+/// What the programs share: their manners.
 namespace Tool {
 
 enum ExitCode : int {
@@ -18,56 +18,93 @@ enum ExitCode : int {
     exitFailed = 1, ///< Given up, or nothing came.
     exitUsage = 2,
     exitBus = 3, ///< No way to the bus.
+    exitOutput = 4,
 };
 
-/// Wrong input or a wrong argument: one line on stderr, and exitUsage.
-struct UsageError : std::runtime_error {
-    using std::runtime_error::runtime_error;
+/// Ends the program with one line on stderr.
+struct Failure : std::runtime_error {
+    Failure(int code, const std::string& text) : std::runtime_error(text), exitCode(code) {}
+    int exitCode;
 };
 
 struct Description {
     const char* name;
-    const char* what;    ///< One paragraph.
-    const char* example; ///< And notes; behind the options.
+    const char* what;       ///< One paragraph.
+    const char* usage;      ///< The arguments, for who gave others.
+    const char* example;    ///< And notes; behind the options.
+    int exitCode = exitBus; ///< For what is thrown but a Failure.
 };
 
-/// Reads the command line into what `declare` has bound, and runs the tool.
-///
-/// Results belong on stdout and nothing else: what the library logs goes nowhere, or to stderr with
-/// the flag -v, which every tool has. Whatever is thrown ends as one line on stderr.
-/// @param run gets the debug level. @return the exit code of the program.
+/// Reads the command line into what `declare` has bound, and runs the program. Whatever is thrown ends
+/// as one line on stderr. A write to a pipe that nobody reads fails, and raises no signal.
+/// @return the exit code of the program.
 int runProgram(int count, char** arguments, const Description& description,
-               const std::function<void(CLI::App&)>& declare, const std::function<int(int)>& run);
+               const std::function<void(CLI::App&)>& declare, const std::function<int()>& run);
+
+/// One line on stderr, also while a LibraryLog lives.
+void complain(const Description& description, const std::string& text);
 
 /// The ids of an endpoint and its bus.
 struct Line {
     std::uint16_t ownId = 0;
     std::uint16_t peerId = 0;
     std::string bus;
+    int verbosity = 0;
 };
 void addLine(CLI::App& app, Line& line);
-CANTransportClient::Options clientOptions(const Line& line, int debugLevel);
+CANTransportClient::Options clientOptions(const Line& line);
 
-/// @throws CLI::ValidationError in the name of the option, unless the text is a number from `lowest` to
-/// `highest`.
-std::uint64_t parseNumber(const std::string& name, const std::string& text, std::uint64_t lowest,
-                          std::uint64_t highest);
+/// What the library logs while it lives: nowhere, or on stderr if the line is verbose. Results belong
+/// on stdout and nothing else.
+class LibraryLog {
+public:
+    explicit LibraryLog(const Line& line);
+    ~LibraryLog();
+    LibraryLog(const LibraryLog&) = delete;
+    LibraryLog& operator=(const LibraryLog&) = delete;
 
-/// An option with a number from `lowest` to `highest`.
-template <typename Number> void addNumber(CLI::App& app, const std::string& name, Number& target,
-                                          std::uint64_t lowest, std::uint64_t highest,
-                                          const std::string& help)
-{
-    const auto store = [&target, lowest, highest, name](const std::string& text) {
-        target = static_cast<Number>(parseNumber(name, text, lowest, highest));
-    };
-    app.add_option_function<std::string>(name, store, help)->type_name("N");
-}
+private:
+    struct Nowhere : std::streambuf {
+        int overflow(int character) override;
+        std::streamsize xsputn(const char* text, std::streamsize count) override;
+    } nowhere;
+    std::streambuf* const standardOutput;
+    std::streambuf* const standardError;
+};
 
 /// "got 'x', expected y".
 std::string complaint(const std::string& given, const std::string& expected);
 
-/// @throws std::runtime_error if stdout does not take it.
+/// @return whether all the text is a number.
+template <typename Number> bool parse(const std::string& text, Number& number)
+{
+    const char* const end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, number);
+    return result.ec == std::errc() && result.ptr == end;
+}
+
+/// An option with a number from `lowest` to `highest`. @param nameAndType as "--timeout MS".
+/// @param expected the words for it; empty: "a number from … to …".
+template <typename Number> void addNumber(CLI::App& app, const std::string& nameAndType,
+                                          Number& target, Number lowest, Number highest,
+                                          const std::string& help, const std::string& expected = "")
+{
+    const std::size_t blank = nameAndType.find(' ');
+    const std::string name = nameAndType.substr(0, blank);
+    const std::string range =
+        "a number from " + std::to_string(lowest) + " to " + std::to_string(highest);
+    const auto store = [=, &target](const std::string& text) {
+        Number value{};
+        if (!parse(text, value) || !(value >= lowest && value <= highest)) {
+            throw CLI::ValidationError(name, complaint(text, expected.empty() ? range : expected));
+        }
+        target = value;
+    };
+    app.add_option_function<std::string>(name, store, help)
+        ->type_name(nameAndType.substr(blank + 1));
+}
+
+/// @throws Failure if stdout does not take it.
 void print(const void* bytes, std::size_t count);
 
 } // namespace Tool

@@ -2,6 +2,8 @@
 
 #include "bus/FaultInjector.h"
 
+#include <CLI/CLI.hpp>
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -28,6 +30,4 @@ struct DemoOptions {
     std::size_t longestMessage() const;
 };
 
-/// Reads the command line. None if the program is to end with `exitCode`: after the help or the
-/// version, or with one line on stderr after a wrong argument.
-std::optional<DemoOptions> readCommandLine(int count, char** arguments, int& exitCode);
+void declare(CLI::App& app, DemoOptions& options);

@@ -1,3 +1,4 @@
+#include "common/Tool.h"
 #include "demo/Console.h"
 #include "demo/DemoOptions.h"
 #include "demo/Exchange.h"
@@ -5,38 +6,53 @@
 #include "demo/Interruption.h"
 #include "demo/Summary.h"
 
+#include <algorithm>
 #include <exception>
 #include <iostream>
-#include <optional>
 #include <string>
 
 namespace {
 
-int complain(const std::string& text, int exitCode)
-{
-    std::cerr << "velkcan-demo: " << text << std::endl;
-    return exitCode;
-}
+constexpr Tool::Description description{
+    "velkcan-demo",
+    "Transfers a file both ways at once between two endpoints on a virtual CAN bus, compares what\n"
+    "arrives with the file, and ends with 0 only if it is the same.\n",
+    "[options] [file]",
+    "Faults hit single frames. Stray frames are only such as a receiver can tell to be wrong: "
+    "the\n"
+    "frames of this bus bear neither a checksum nor a message number, so a stray data frame with\n"
+    "the right sequence number, or a stray acknowledgement, could not be told from a true one.\n"
+    "\n"
+    "Exit status: 0 all arrived whole; 1 it did not; 2 wrong arguments, or a file that cannot be\n"
+    "read; 130 interrupted.\n"
+    "\n"
+    "Examples:\n"
+    "  velkcan-demo --ladder --size 20 notes.txt\n"
+    "\n"
+    "  velkcan-demo --endpoints 4 --bitrate 1000000 --drop 0.001 --seed 7 notes.txt\n",
+    exitFailed};
 
-std::optional<Input> tryToRead(const std::string& name)
+Input inputOf(const DemoOptions& options)
 {
     try {
-        return readInput(name);
+        return readInput(options.file);
     } catch (const std::exception& error) {
-        complain(error.what(), exitUsage);
-        return std::nullopt;
+        throw Tool::Failure(exitUsage, error.what());
     }
 }
 
 int judge(const ExchangeResult& result, const Console& console)
 {
     if (!result.failure.empty()) {
-        return complain(result.failure, exitFailed);
+        throw Tool::Failure(exitFailed, result.failure);
     }
     if (!result.whole) {
-        return complain("interrupted", exitInterrupted);
+        throw Tool::Failure(exitInterrupted, "interrupted");
     }
-    return console.failed() ? complain("cannot write to standard output", exitFailed) : exitWhole;
+    if (console.failed()) {
+        throw Tool::Failure(exitFailed, "cannot write to standard output");
+    }
+    return exitWhole;
 }
 
 int transfer(const DemoOptions& options, const Input& input)
@@ -55,30 +71,28 @@ int transfer(const DemoOptions& options, const Input& input)
     return judge(result, console);
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+int demonstrate(DemoOptions options)
 {
-    int exitCode = exitWhole;
-    const auto options = readCommandLine(argc, argv, exitCode);
-    if (!options) {
-        return exitCode;
-    }
-    const auto input = tryToRead(options->file);
-    if (!input) {
-        return exitUsage;
-    }
-    if (input->bytes.empty()) {
-        std::cout << "'" << input->name << "' is empty: there is nothing to send." << std::endl;
+    constexpr int highestLevel = 3;
+    options.debugLevel = std::min(options.debugLevel, highestLevel);
+    const Input input = inputOf(options);
+    if (input.bytes.empty()) {
+        std::cout << "'" << input.name << "' is empty: there is nothing to send." << std::endl;
         return exitWhole;
     }
-    const std::string warning = paceWarning(*options, input->bytes.size());
+    const std::string warning = paceWarning(options, input.bytes.size());
     if (!warning.empty()) {
-        complain("warning: " + warning, exitWhole);
+        Tool::complain(description, "warning: " + warning);
     }
-    try {
-        return transfer(*options, *input);
-    } catch (const std::exception& error) {
-        return complain(error.what(), exitFailed);
-    }
+    return transfer(options, input);
+}
+
+} // namespace
+
+int main(int count, char** arguments)
+{
+    DemoOptions options;
+    return Tool::runProgram(
+        count, arguments, description, [&](CLI::App& app) { declare(app, options); },
+        [&] { return demonstrate(options); });
 }

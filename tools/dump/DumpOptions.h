@@ -1,19 +1,11 @@
 #pragma once
 
+#include <CLI/CLI.hpp>
+
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <utility>
-
-constexpr const char* dumpName = "velkcan-dump";
-
-/// Exit codes of the dump.
-enum DumpExit : int {
-    dumpExitFine = 0,
-    dumpExitNoFrame = 1, ///< The input holds no frame to be followed.
-    dumpExitUsage = 2,   ///< Wrong arguments.
-    dumpExitFailed = 3   ///< The input cannot be read, or the output not be written.
-};
 
 /// What the command line says.
 struct DumpOptions {
@@ -23,6 +15,4 @@ struct DumpOptions {
     bool stats = false;
 };
 
-/// Reads the command line. None if the program is to end with `exitCode`: after the help or the
-/// version, or with one line on stderr after a wrong argument.
-std::optional<DumpOptions> readDumpOptions(int count, char** arguments, int& exitCode);
+void declare(CLI::App& app, DumpOptions& options);

@@ -1,4 +1,5 @@
 #include "common/CANId.h"
+#include "common/Tool.h"
 #include "dump/Dump.h"
 #include "dump/DumpOptions.h"
 #include "dump/LineInput.h"
@@ -11,7 +12,45 @@
 
 namespace {
 
+constexpr Tool::Description description{
+    "velkcan-dump",
+    "Reads what candump has logged (candump -L) or prints, and prints each frame in words, and "
+    "each\n"
+    "message put together behind the frame that ends it: acknowledged; refused, by code 0 or 2;\n"
+    "restarted, which is to say sent again before an answer; or incomplete.\n",
+    "[-s ID -d ID] [--ladder] [--stats] [FILE]",
+    "Without -s and -d all ids are followed, and the log has to tell who answers whom: an "
+    "answer\n"
+    "belongs to an id that waits for it, a ready to one that has sent a first frame, an "
+    "acknowledge\n"
+    "to one that has sent a whole message. Where several ids wait, the answers that follow "
+    "decide,\n"
+    "and the lines of messages come once they have; what the end of the log leaves open goes by "
+    "the\n"
+    "order of frames. Two ids once found stay a pair. Beside other traffic, name them.\n"
+    "\n"
+    "Ids are hexadecimal; those of 8 digits have 29 bits. Frames of a second interface bear its\n"
+    "name: can1:123. Times need the stamps of candump -L, or of -t a, z or A, but not of -t d.\n"
+    "Ctrl-C ends the input, and what is known by then is printed.\n"
+    "\n"
+    "Exit status: 0 fine; 1 no frame in the input; 2 wrong arguments; 3 the input cannot be read,\n"
+    "or the output not be written.\n"
+    "\n"
+    "Examples:\n"
+    "  candump can0 | velkcan-dump -s 123 -d 321\n"
+    "\n"
+    "  velkcan-dump --stats candump-2024-01-31_120000.log\n"};
+
 volatile std::sig_atomic_t interrupted = 0;
+
+sigset_t endingSignals()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    return signals;
+}
 
 /// The first signal ends the input, so that the table of what is known gets printed; the second one
 /// ends the program.
@@ -26,10 +65,16 @@ void endInputOnSignals()
     }
 }
 
-int complain(const std::string& text, int exitCode)
+/// Signals come here alone: a write must not break off.
+bool readLine(LineInput& input, std::string& line)
 {
-    std::cerr << dumpName << ": " << text << std::endl;
-    return exitCode;
+    const sigset_t signals = endingSignals();
+    sigprocmask(SIG_UNBLOCK, &signals, nullptr);
+    const bool read = interrupted == 0 && input.read(line);
+    if (interrupted == 0) {
+        sigprocmask(SIG_BLOCK, &signals, nullptr);
+    }
+    return read;
 }
 
 /// Sends each line on its way at once: somebody may look at a live bus through a pipe.
@@ -51,7 +96,7 @@ int dump(const DumpOptions& options)
     Dump dump(options, print);
     std::size_t count = 0;
     std::size_t skipped = 0;
-    for (std::string line; interrupted == 0 && input.read(line);) {
+    for (std::string line; readLine(input, line);) {
         ++count;
         if (const auto logged = parseLogLine(line)) {
             dump.take(*logged);
@@ -63,38 +108,37 @@ int dump(const DumpOptions& options)
         const std::string ids = options.ids ? " of " + canIdText(options.ids->first) + " or " +
                                                   canIdText(options.ids->second)
                                             : "";
-        return complain("got " + lines(count) + " without a frame" + ids +
-                            ", expected what candump logs or prints",
-                        dumpExitNoFrame);
+        throw Tool::Failure(Tool::exitFailed, "got " + lines(count) + " without a frame" + ids +
+                                                  ", expected what candump logs or prints");
     }
     dump.finish();
     if (options.stats && !dump.hasTimes()) {
-        complain("time stamps run backwards, as those of candump -t d do: no times", dumpExitFine);
+        Tool::complain(description,
+                       "time stamps run backwards, as those of candump -t d do: no times");
     }
     if (skipped != 0) {
-        complain("skipped " + lines(skipped) + " without a data frame of classic CAN",
-                 dumpExitFine);
+        Tool::complain(description,
+                       "skipped " + lines(skipped) + " without a data frame of classic CAN");
     }
-    return dumpExitFine;
+    return Tool::exitFine;
 }
 
 } // namespace
 
-int main(int argc, char** argv)
+int main(int count, char** arguments)
 {
-    int exitCode = dumpExitFine;
-    const auto options = readDumpOptions(argc, argv, exitCode);
-    if (!options) {
-        return exitCode;
-    }
-    endInputOnSignals();
-    try {
-        return dump(*options);
-    } catch (const std::system_error& error) {
-        // Who reads a pipe no longer has seen enough.
-        return error.code() == std::errc::broken_pipe ? dumpExitFine
-                                                      : complain(error.what(), dumpExitFailed);
-    } catch (const std::exception& error) {
-        return complain(error.what(), dumpExitFailed);
-    }
+    DumpOptions options;
+    return Tool::runProgram(
+        count, arguments, description, [&](CLI::App& app) { declare(app, options); },
+        [&] {
+            endInputOnSignals();
+            try {
+                return dump(options);
+            } catch (const std::system_error& error) {
+                if (error.code() == std::errc::broken_pipe) { // who reads it has seen enough
+                    return static_cast<int>(Tool::exitFine);
+                }
+                throw;
+            }
+        });
 }

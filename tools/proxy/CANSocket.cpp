@@ -1,6 +1,7 @@
 #include "proxy/CANSocket.h"
 
-#include "proxy/ProxyFailure.h"
+#include "common/Tool.h"
+#include "proxy/ProxyExit.h"
 
 #include <cerrno>
 #include <cstring>
@@ -17,8 +18,8 @@ constexpr int receiveBufferBytes = 1024 * 1024;
 
 [[noreturn]] void failToOpen(const std::string& interface, const std::string& what, int error)
 {
-    throw ProxyFailure(proxyExitNoInterface,
-                       interface + ": " + what + " (" + std::strerror(error) + ")");
+    throw Tool::Failure(proxyExitNoInterface,
+                        interface + ": " + what + " (" + std::strerror(error) + ")");
 }
 
 } // namespace
@@ -108,8 +109,8 @@ std::optional<can_frame> CANSocket::receive()
 void CANSocket::fail(const char* what, int error) const
 {
     if (error == ENETDOWN || error == ENODEV || error == ENXIO) {
-        throw ProxyFailure(proxyExitBusLost, interface + ": the interface is down or gone");
+        throw Tool::Failure(proxyExitBusLost, interface + ": the interface is down or gone");
     }
-    throw ProxyFailure(proxyExitFailed,
-                       interface + ": " + what + " (" + std::strerror(error) + ")");
+    throw Tool::Failure(proxyExitFailed,
+                        interface + ": " + what + " (" + std::strerror(error) + ")");
 }

@@ -1,7 +1,7 @@
 #include "proxy/Proxy.h"
 
-#include "proxy/ProxyFailure.h"
-#include "proxy/ProxyOptions.h"
+#include "common/Tool.h"
+#include "proxy/ProxyExit.h"
 
 #include "velk/VelkException.h"
 
@@ -172,8 +172,8 @@ void Proxy::handleOutput(bool broken)
         return;
     }
     if (!inputHasHungUp()) {
-        throw ProxyFailure(proxyExitOutput,
-                           std::string("stdout: ") + std::strerror(error) + ", expected a reader");
+        throw Tool::Failure(proxyExitOutput,
+                            std::string("stdout: ") + std::strerror(error) + ", expected a reader");
     }
     outputClosed = true;
 }

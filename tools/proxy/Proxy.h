@@ -21,7 +21,7 @@ public:
     Proxy(CANSocket& socket, const Signals& signalSource);
 
     /// Until stdin is at its end and all is sent, or SIGINT or SIGTERM came.
-    /// @throws ProxyFailure
+    /// @throws Tool::Failure
     void run();
     /// Prints on stderr, in one line, what was carried.
     void printCounters() const;

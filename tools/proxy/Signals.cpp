@@ -14,7 +14,6 @@ Signals::Signals()
         sigaddset(&taken, number);
     }
     sigprocmask(SIG_BLOCK, &taken, nullptr);
-    std::signal(SIGPIPE, SIG_IGN);
     source = Descriptor(signalfd(-1, &taken, SFD_NONBLOCK | SFD_CLOEXEC));
     if (source.get() == -1) {
         throw std::system_error(errno, std::generic_category(), "no descriptor for signals");

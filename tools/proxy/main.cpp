@@ -1,19 +1,31 @@
+#include "common/Tool.h"
 #include "proxy/CANSocket.h"
 #include "proxy/Proxy.h"
-#include "proxy/ProxyFailure.h"
+#include "proxy/ProxyExit.h"
 #include "proxy/ProxyOptions.h"
 #include "proxy/Signals.h"
 
-#include <exception>
-#include <iostream>
-
 namespace {
 
-int complain(const char* text, ProxyExit code)
-{
-    std::cerr << proxyName << ": " << text << std::endl;
-    return code;
-}
+constexpr Tool::Description description{
+    proxyName,
+    "Carries CAN frames between stdin and stdout, where they are serialised trace messages, and "
+    "an\n"
+    "interface. A full queue of the interface holds stdin up; no frame is lost, repeated or out of "
+    "order.\n",
+    "[--accept ID[:MASK]]... [--quiet] IFACE",
+    "Only data frames of classic CAN come through. SIGUSR1 and the end print the counters on "
+    "stderr.\n"
+    "\n"
+    "Exit status: 0 stdin is at its end and all is sent, or a signal; 1 any other failure; 2 "
+    "wrong\n"
+    "arguments; 3 no such interface, or no CAN here; 4 the interface is down or gone; 5 nobody "
+    "reads\n"
+    "stdout any more.\n"
+    "\n"
+    "Example, a message to a device on the bus of another machine:\n"
+    "  velkcan-send -s 123 -d 321 -D 20 'exec:ssh gateway velkcan-proxy --accept 321 can0'\n",
+    proxyExitFailed};
 
 int carry(const ProxyOptions& options)
 {
@@ -23,27 +35,22 @@ int carry(const ProxyOptions& options)
     int exitCode = proxyExitFine;
     try {
         proxy.run();
-    } catch (const ProxyFailure& failure) {
-        exitCode = complain(failure.what(), failure.code);
+    } catch (const Tool::Failure& failure) {
+        Tool::complain(description, failure.what());
+        exitCode = failure.exitCode;
     }
-    proxy.printCounters();
+    if (!options.quiet) {
+        proxy.printCounters();
+    }
     return exitCode;
 }
 
 } // namespace
 
-int main(int argc, char** argv)
+int main(int count, char** arguments)
 {
-    int exitCode = proxyExitFine;
-    const auto options = readCommandLine(argc, argv, exitCode);
-    if (!options) {
-        return exitCode;
-    }
-    try {
-        return carry(*options);
-    } catch (const ProxyFailure& failure) {
-        return complain(failure.what(), failure.code);
-    } catch (const std::exception& failure) {
-        return complain(failure.what(), proxyExitFailed);
-    }
+    ProxyOptions options;
+    return Tool::runProgram(
+        count, arguments, description, [&](CLI::App& app) { declare(app, options); },
+        [&] { return carry(options); });
 }

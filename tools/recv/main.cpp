@@ -11,8 +11,12 @@ constexpr Tool::Description description{
     "velkcan-recv",
     "Prints messages from a peer on a CAN bus, each as hexadecimal bytes on a line; one message, "
     "if no\n"
-    "option says otherwise. The peer gets an acknowledgement of each.\n",
-    "\nExit status: 0 all came; 1 timeout; 2 wrong arguments; 3 no bus.\n"
+    "option says otherwise. Up to 1024 wait to be printed: the peer gets an acknowledgement when "
+    "a\n"
+    "message has come, and what is not printed by the end is lost.\n",
+    "-s ID -d ID [options] BUS",
+    "Exit status: 0 all came; 1 timeout; 2 wrong arguments; 3 no bus; 4 the output\n"
+    "cannot be written.\n"
     "\n"
     "Example:\n"
     "  velkcan-recv -s 456 -d 123 -l can0\n"};
@@ -32,9 +36,12 @@ struct Options {
 void declare(CLI::App& app, Options& options)
 {
     Tool::addLine(app, options.line);
-    app.add_flag("-l", options.forEver, "Print messages for ever");
-    Tool::addNumber(app, "-n", options.count, 1, UINT64_MAX, "Print so many messages (default: 1)");
-    Tool::addNumber(app, "--timeout", options.timeoutMs, 1, INT32_MAX,
+    constexpr std::uint64_t one = 1;
+    constexpr std::uint64_t longestTimeoutMs = INT32_MAX;
+    Tool::addNumber(app, "-n N", options.count, one, UINT64_MAX,
+                    "Print so many messages (default: 1)");
+    app.add_flag("-l", options.forEver, "Print messages for ever")->excludes("-n");
+    Tool::addNumber(app, "--timeout MS", options.timeoutMs, one, longestTimeoutMs,
                     "End if none comes for so many milliseconds (default: wait)");
     auto* const raw = app.add_flag("--raw", options.raw, "Print the bytes as they are");
     app.add_flag("--json", options.json,
@@ -81,9 +88,10 @@ void printStatus(CANTransportClient::Status status, unsigned short value)
     std::fputs(line.str().c_str(), stderr);
 }
 
-int receive(const Options& options, int debugLevel)
+int receive(const Options& options)
 {
-    auto clientOptions = Tool::clientOptions(options.line, debugLevel);
+    const Tool::LibraryLog log(options.line);
+    auto clientOptions = Tool::clientOptions(options.line);
     if (options.status) {
         clientOptions.statusHandler = printStatus;
     }
@@ -93,8 +101,8 @@ int receive(const Options& options, int debugLevel)
     for (std::uint64_t left = options.count; options.forEver || left > 0; --left) {
         const auto message = client.receive(timeout);
         if (!message) {
-            std::fprintf(stderr, "%s: no message within %llu ms\n", description.name,
-                         static_cast<unsigned long long>(options.timeoutMs));
+            Tool::complain(description,
+                           "no message within " + std::to_string(options.timeoutMs) + " ms");
             return Tool::exitFailed;
         }
         print(*message, options);
@@ -109,5 +117,5 @@ int main(int count, char** arguments)
     Options options;
     return Tool::runProgram(
         count, arguments, description, [&](CLI::App& app) { declare(app, options); },
-        [&](int debugLevel) { return receive(options, debugLevel); });
+        [&] { return receive(options); });
 }

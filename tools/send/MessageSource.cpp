@@ -1,5 +1,6 @@
 #include "send/MessageSource.h"
 
+#include "common/CANId.h"
 #include "common/Tool.h"
 
 #include <cctype>
@@ -14,26 +15,30 @@ constexpr std::size_t longest = CANTransportThread::MAX_MESSAGE_LENGTH;
 MessageSource::Bytes checked(MessageSource::Bytes bytes, const std::string& name)
 {
     if (bytes.empty() || bytes.size() > longest) {
-        throw Tool::UsageError(
-            name +
-            (bytes.empty() ? " is empty" : " has more than " + std::to_string(longest) + " bytes") +
-            ", expected 1 to " + std::to_string(longest) + " bytes");
+        throw Tool::Failure(Tool::exitUsage,
+                            name +
+                                (bytes.empty()
+                                     ? " is empty"
+                                     : " has more than " + std::to_string(longest) + " bytes") +
+                                ", expected 1 to " + std::to_string(longest) + " bytes");
     }
     return bytes;
 }
 
-int digitValue(char digit)
+[[noreturn]] void failAt(std::size_t position, const std::string& given)
 {
-    return std::isdigit(static_cast<unsigned char>(digit)) != 0
-               ? digit - '0'
-               : std::tolower(static_cast<unsigned char>(digit)) - 'a' + 10;
+    throw Tool::Failure(Tool::exitUsage,
+                        "position " + std::to_string(position) + ": got " + given +
+                            ", expected two hexadecimal digits for each byte, as in 'DE AD BEEF'");
 }
 
-[[noreturn]] void failAt(std::size_t position, const std::string& token)
+std::string nameOf(char given)
 {
-    throw Tool::UsageError(
-        "position " + std::to_string(position) + ": " +
-        Tool::complaint(token, "bytes of two hexadecimal digits each, as in 'DE AD BEEF'"));
+    const auto byte = static_cast<unsigned char>(given);
+    if (std::isgraph(byte) != 0) {
+        return {'\'', given, '\''};
+    }
+    return std::isspace(byte) != 0 ? "a blank" : "the byte " + std::to_string(byte);
 }
 
 } // namespace
@@ -41,27 +46,22 @@ int digitValue(char digit)
 MessageSource::Bytes MessageSource::fromHex(std::istream& stream)
 {
     Bytes bytes;
+    std::string digits; ///< Of a byte.
     std::size_t position = 1;
-    std::string token;
-    const auto take = [&] {
-        if (token.size() % 2 != 0 ||
-            token.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
-            failAt(position - token.size(), token);
+    for (char next = 0; bytes.size() <= longest && stream.get(next); ++position) {
+        if (std::isxdigit(static_cast<unsigned char>(next)) != 0) {
+            digits += next;
+        } else if (!digits.empty() || std::isspace(static_cast<unsigned char>(next)) == 0) {
+            failAt(position, nameOf(next));
         }
-        for (std::size_t i = 0; i < token.size() && bytes.size() <= longest; i += 2) {
-            bytes.push_back(
-                static_cast<unsigned char>(digitValue(token[i]) << 4 | digitValue(token[i + 1])));
-        }
-        token.clear();
-    };
-    for (char next = 0; stream.get(next); ++position) {
-        if (std::isspace(static_cast<unsigned char>(next)) != 0) {
-            take();
-        } else if (token.push_back(next); token.size() > 2 * longest + 2) {
-            break;
+        if (digits.size() == 2) {
+            bytes.push_back(static_cast<unsigned char>(parseHex(digits).value_or(0)));
+            digits.clear();
         }
     }
-    take();
+    if (!digits.empty()) {
+        failAt(position, "the end");
+    }
     return checked(std::move(bytes), "standard input");
 }
 
@@ -79,7 +79,8 @@ MessageSource::Bytes MessageSource::fromFile(const std::string& name)
     std::ifstream file(name, std::ios::binary);
     if (!file || file.peek() == std::ifstream::traits_type::eof()) {
         if (errno != 0) {
-            throw Tool::UsageError("cannot read '" + name + "': " + std::strerror(errno));
+            throw Tool::Failure(Tool::exitUsage,
+                                "cannot read '" + name + "': " + std::strerror(errno));
         }
     }
     return asTheyAre(file, "'" + name + "'");

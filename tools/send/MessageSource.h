@@ -6,7 +6,7 @@
 #include <istream>
 #include <string>
 
-/// Where the message of velkcan-send comes from; all throw Tool::UsageError.
+/// Where the message of velkcan-send comes from; all throw Tool::Failure.
 namespace MessageSource {
 
 using Bytes = CANTransportClient::Bytes;

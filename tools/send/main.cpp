@@ -11,8 +11,10 @@ namespace {
 constexpr Tool::Description description{
     "velkcan-send",
     "Sends a message to a peer on a CAN bus, and says whether the peer has acknowledged it. The\n"
-    "message comes from stdin as hexadecimal bytes, if no option says otherwise.\n",
-    "\nExit status: 0 acknowledged; 1 given up; 2 wrong arguments or input; 3 no bus.\n"
+    "message comes from stdin as hexadecimal bytes, if no option says otherwise. What the peer\n"
+    "sends meanwhile is acknowledged and dropped.\n",
+    "-s ID -d ID [options] BUS",
+    "Exit status: 0 acknowledged; 1 given up; 2 wrong arguments or input; 3 no bus.\n"
     "\n"
     "Example:\n"
     "  echo 'DE AD BEEF' | velkcan-send -s 123 -d 456 can0\n"};
@@ -30,15 +32,19 @@ struct Options {
 
 void declare(CLI::App& app, Options& options)
 {
+    constexpr std::uint64_t one = 1;
+    constexpr std::uint64_t longest = CANTransportThread::MAX_MESSAGE_LENGTH;
+    constexpr std::uint64_t longestTimeoutMs = INT32_MAX;
     Tool::addLine(app, options.line);
-    auto* const file = app.add_option("--file", options.file, "Send the bytes of this file")->type_name("FILE");
+    auto* const file =
+        app.add_option("--file", options.file, "Send the bytes of this file")->type_name("FILE");
     auto* const raw = app.add_flag("--raw", options.raw, "Take stdin as it is, not as hexadecimal");
-    Tool::addNumber(app, "-D", options.generated, 1, CANTransportThread::MAX_MESSAGE_LENGTH,
+    Tool::addNumber(app, "-D LEN", options.generated, one, longest,
                     "Send so many bytes: 01 02 03 and so on");
-    Tool::addNumber(app, "-l", options.count, 1, UINT64_MAX, "Send the message so many times");
-    Tool::addNumber(
-        app, "--timeout", options.timeoutMs, 1, INT32_MAX,
-        "Give a message up after so many milliseconds (default: when the protocol does)");
+    Tool::addNumber(app, "-l N", options.count, one, UINT64_MAX, "Send the message so many times");
+    Tool::addNumber(app, "--timeout MS", options.timeoutMs, one, longestTimeoutMs,
+                    "Give a message up after so many milliseconds\n"
+                    "(default: when the protocol does)");
     file->excludes(raw)->excludes("-D");
     raw->excludes("-D");
 }
@@ -62,8 +68,7 @@ bool sendOne(CANTransportClient& client, const MessageSource::Bytes& message,
         timeoutMs == 0 ? client.send(message)
                        : client.send(message, Clock::now() + std::chrono::milliseconds(timeoutMs));
     if (result != CANTransportClient::SendResult::acknowledged) {
-        while (client.receive(std::chrono::milliseconds(0))) { // throws if the bus is lost
-        }
+        client.receive(std::chrono::milliseconds(0)); // throws if the bus is lost
     }
     return result == CANTransportClient::SendResult::acknowledged;
 }
@@ -76,10 +81,13 @@ void report(std::uint64_t sent, std::size_t bytes, Clock::duration time)
                  static_cast<double>(sent) / seconds, static_cast<double>(sent * bytes) / seconds);
 }
 
-int send(const Options& options, int debugLevel)
+int send(const Options& options)
 {
     const auto message = messageOf(options);
-    CANTransportClient client(options.line.bus, Tool::clientOptions(options.line, debugLevel));
+    const Tool::LibraryLog log(options.line);
+    auto clientOptions = Tool::clientOptions(options.line);
+    clientOptions.queueLength = 0;
+    CANTransportClient client(options.line.bus, clientOptions);
     const auto begin = Clock::now();
     ProgressBar bar;
     std::uint64_t sent = 0;
@@ -87,12 +95,11 @@ int send(const Options& options, int debugLevel)
         bar.show(++sent, options.count);
     }
     bar.erase();
-    if (options.count > 1) {
+    if (options.count > 1 && sent > 0) {
         report(sent, message.size(), Clock::now() - begin);
     }
     if (sent < options.count) {
-        std::fprintf(stderr, "%s: message %llu was given up\n", description.name,
-                     static_cast<unsigned long long>(sent + 1));
+        Tool::complain(description, "message " + std::to_string(sent + 1) + " was given up");
         return Tool::exitFailed;
     }
     return Tool::exitFine;
@@ -105,5 +112,5 @@ int main(int count, char** arguments)
     Options options;
     return Tool::runProgram(
         count, arguments, description, [&](CLI::App& app) { declare(app, options); },
-        [&](int debugLevel) { return send(options, debugLevel); });
+        [&] { return send(options); });
 }

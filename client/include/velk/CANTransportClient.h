@@ -7,10 +7,10 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <exception>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -29,10 +29,13 @@ public:
     using Status = CANTransportThread::statuschange_t;
 
     struct Options {
-        std::uint16_t sendId = 0;       ///< Of the frames that are sent, 0 to 0x7FF.
-        std::uint32_t receiveId = 0;    ///< Of the peer's, 0 to 0x7FF; others are left out.
-        int debugLevel = 0;             ///< As CANTransportThread::setDebugLevel() takes it.
-        std::size_t queueLength = 1024; ///< Messages that wait for receive().
+        std::uint16_t sendId = 0;    ///< Of the frames that are sent, 0 to 0x7FF.
+        std::uint32_t receiveId = 0; ///< Of the peer's, 0 to 0x7FF; others are left out.
+        /// As CANTransportThread::setDebugLevel() takes it. Even with 0 the endpoint tells status
+        /// changes on std::cout and errors on std::cerr.
+        int debugLevel = 0;
+        /// Messages that wait for receive(). 0: they are acknowledged and dropped.
+        std::size_t queueLength = 1024;
         /// Hears of each change once, also across a reconnect(). Called on the endpoint's thread,
         /// which stands still meanwhile: it must neither wait nor call send(), receive(),
         /// reconnect() or the destructor.
@@ -40,8 +43,10 @@ public:
     };
 
     enum class SendResult {
-        acknowledged, ///< The peer has taken the message, and its client has got it.
-        givenUp,      ///< It may have arrived all the same: where the acknowledgement was lost.
+        /// The peer has taken the message, and its client has got it; unless the acknowledgement was
+        /// a late one for a message that had been given up: it does not tell for which one it is.
+        acknowledged,
+        givenUp, ///< It may have arrived all the same: where the acknowledgement was lost.
     };
 
     struct Message {
@@ -50,17 +55,18 @@ public:
     };
 
     /// There is no way to the bus any more: its process has ended, or its socket was closed.
-    class VELK_EXPORT BusLost : public std::exception {
+    class VELK_EXPORT BusLost : public std::runtime_error {
     public:
-        const char* what() const noexcept override;
+        explicit BusLost(const std::string& bus);
+        ~BusLost() override;
     };
 
     /// @param bus `can0`: an interface, through a `velkcan-proxy` that is found beside the program or
     /// in the path and runs as long as the client does. `unix:PATH`: a bus or a proxy behind a socket.
     /// `exec:COMMAND`: a shell command that takes trace messages on its stdin and writes them to its
     /// stdout.
-    /// @throws VelkException if the bus cannot be reached. That a spawned process ends at once, as for
-    /// want of the interface, shows as BusLost.
+    /// @throws VelkException if the bus cannot be reached, or an id is beyond 0x7FF. That a spawned
+    /// process ends at once, as for want of the interface, shows as BusLost.
     CANTransportClient(std::string bus, Options options);
     /// Ends what waits in send() and receive(), both threads and the spawned process: one that does not
     /// end within a second is terminated, and after another second killed. Waits for the status
@@ -71,7 +77,8 @@ public:
 
     /// Sends a message of 1 to 4095 bytes behind those that wait, and returns when the peer has
     /// acknowledged it or it has been given up: after five attempts, a cancel(), or the loss of the
-    /// bus. A peer that answers and never acknowledges can hold it up without end.
+    /// bus. A peer that answers and never acknowledges can hold it up without end, and so can this
+    /// side, while `queueLength` messages of the peer wait and nobody calls receive().
     /// @throws VelkException for a message of another size.
     SendResult send(const Bytes& message);
     /// Gives the message up at the deadline. If it was on its way then, a reception in progress is
@@ -89,6 +96,7 @@ public:
 
     /// Opens the bus again and starts with a fresh endpoint, whether the bus was lost or not. What waits
     /// to be sent is given up; messages that have come stay. Blocks like the destructor.
+    /// Has to return before the destructor is called.
     /// @throws VelkException if the bus cannot be reached; it is lost then.
     void reconnect();
 

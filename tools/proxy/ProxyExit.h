@@ -1,9 +1,6 @@
 #pragma once
 
-#include <stdexcept>
-#include <string>
-
-/// Exit codes of the proxy.
+/// Exit codes of the proxy, in a Tool::Failure.
 enum ProxyExit : int {
     proxyExitFine = 0,        ///< The end of stdin, with all frames sent, or a signal.
     proxyExitFailed = 1,      ///< Anything that has no code of its own.
@@ -13,14 +10,4 @@ enum ProxyExit : int {
     proxyExitOutput = 5,      ///< Nobody reads stdout any more.
 };
 
-/// Ends the proxy, with the line that it leaves on stderr.
-class ProxyFailure : public std::runtime_error {
-public:
-    ProxyFailure(ProxyExit exitCode, const std::string& text)
-        : std::runtime_error(text),
-          code(exitCode)
-    {
-    }
-
-    ProxyExit code;
-};
+constexpr const char* proxyName = "velkcan-proxy";
