@@ -93,6 +93,7 @@ kill -KILL "$busPid"
 wait "$busPid" 2>/dev/null
 wait "$receiver"
 expect "the status when the bus has gone" "3 velkcan-recv: unix:bus: the bus is lost" "$? $(cat recv.err)"
+expect "no interface" "3 1" "$("$bin/velkcan-proxy" nosuch0 2>err; echo $?) $(grep -c "^velkcan-proxy: nosuch0: " err)"
 expect "no bus" 3 "$(send -D 1; echo $?)"
 startBus
 kill "$busPid"
