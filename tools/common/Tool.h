@@ -28,11 +28,11 @@ struct Failure : std::runtime_error {
 };
 
 struct Description {
-    const char* name;
-    const char* what;       ///< One paragraph.
-    const char* usage;      ///< The arguments, for who gave others.
-    const char* example;    ///< And notes; behind the options.
-    int exitCode = exitBus; ///< For what is thrown but a Failure.
+    const char* name = "";
+    const char* what = "";    ///< One paragraph.
+    const char* usage = "";   ///< The arguments, for who gave others.
+    const char* example = ""; ///< And notes; behind the options.
+    int exitCode = exitBus;   ///< For what is thrown but a Failure.
 };
 
 /// Reads the command line into what `declare` has bound, and runs the program. Whatever is thrown ends
