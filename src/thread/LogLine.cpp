@@ -8,8 +8,10 @@ LogLine::LogLine(std::ostream& destination, const char* tag, const char* operati
     : lock(LogUtil::logMutex),
       stream(destination),
       flags(destination.flags(std::ios_base::dec | std::ios_base::skipws)),
-      fill(destination.fill(' '))
+      fill(destination.fill(' ')),
+      exceptions(destination.exceptions())
 {
+    stream.exceptions(std::ios_base::goodbit);
     stream << tag << "CANTransportThread::" << operation << "() ";
 }
 
@@ -17,9 +19,10 @@ LogLine::~LogLine()
 {
     stream.flags(flags);
     stream.fill(fill);
+    stream << std::endl;
     try {
-        stream << std::endl;
-    } catch (const std::ios_base::failure&) { // a client may have asked its streams to throw
+        stream.exceptions(exceptions);
+    } catch (const std::ios_base::failure&) { // of this line; it is the client's to look at
     }
 }
 

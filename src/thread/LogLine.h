@@ -8,7 +8,7 @@
 
 /// One line of the log, from its tag to the newline and the flush. Holds LogUtil::logMutex while it
 /// lives, so it has to end with its statement. The stream's format is the default one meanwhile,
-/// whatever the client has set on it. No stop cuts it.
+/// whatever the client has set on it. No stop cuts it, and it never throws.
 class LogLine {
 public:
     static LogLine debug(const char* operation);
@@ -46,4 +46,5 @@ private:
     std::ostream& stream;
     const std::ios_base::fmtflags flags;
     const char fill;
+    const std::ios_base::iostate exceptions;
 };

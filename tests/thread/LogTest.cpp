@@ -98,6 +98,23 @@ TEST(Log, tellsEachStepFromItsLevelOn)
     }
 }
 
+TEST(Log, aStreamThatThrowsStopsNothing)
+{
+    struct Failing : std::stringbuf {
+        int sync() override { throw 1; }
+    } sink;
+    std::streambuf* const previous = std::cout.rdbuf(&sink);
+    std::cout.exceptions(std::ios_base::badbit);
+    {
+        Endpoint endpoint(3);
+        endpoint.request({7});
+        EXPECT_EQ(endpoint.sent(), Lines{"01 07 00 00 00 00 00 00"});
+    }
+    EXPECT_THROW(std::cout.clear(std::ios_base::badbit), std::ios_base::failure) << "as it was";
+    std::cout.exceptions(std::ios_base::goodbit);
+    std::cout.rdbuf(previous);
+}
+
 TEST(Log, textOfTheState)
 {
     const std::pair<int, const char*> rows[] = {
