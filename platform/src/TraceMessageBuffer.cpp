@@ -16,8 +16,8 @@ using TraceFormat::headerSize;
 namespace {
 
 constexpr std::size_t readSize = 65536;
-constexpr std::size_t idleCapacity = 4096; ///< Kept while nothing waits; more is given back.
-constexpr std::size_t decisiveSize = 8;    ///< Marker, id and length: enough to judge a header.
+constexpr std::size_t idleCapacity = 512; ///< Kept while nothing waits; more is given back.
+constexpr std::size_t decisiveSize = 8;   ///< Marker, id and length: enough to judge a header.
 constexpr unsigned char markerStart = TraceFormat::marker & 0xFF;
 constexpr std::size_t longestSent = headerSize + TraceFormat::transportPayloadOffset + 4095;
 
@@ -145,8 +145,8 @@ bool TraceMessageBuffer::getNextFrame(std::uint32_t& canID, std::uint8_t& length
     return true;
 }
 
-/// Moves on to the next complete record, dropping what cannot be one. Each record is judged once: when
-/// the one in front of it is found.
+/// Moves on to the next complete record, dropping what cannot be one. What was found to be a complete
+/// record behind another one is not judged again.
 bool TraceMessageBuffer::findRecord()
 {
     while (found == 0) {

@@ -4,8 +4,8 @@
 
 /// While it lives, Thread::stop() may end the calling thread at a cancellation point.
 ///
-/// Stands around the calls that may block for long, for the frames of a burst around all of them, and
-/// around nothing else: everything outside of such a scope runs to its end. A stop that comes meanwhile waits for the next scope. When a stop
+/// Stands around a call that may block for long, or around all frames of a burst. Everything outside
+/// of such a scope runs to its end: a stop that comes meanwhile waits for the next one. When a stop
 /// ends the thread, the stack is unwound, so destructors run and scoped locks are released.
 class CancellableScope {
 public:

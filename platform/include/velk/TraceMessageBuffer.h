@@ -20,7 +20,7 @@
 class VELK_EXPORT TraceMessageBuffer {
 public:
     /// @param descriptor to read from; not owned and never closed.
-    /// @param mutex locked by both operations if it is not null; not owned.
+    /// @param mutex locked by all operations if it is not null; not owned.
     TraceMessageBuffer(int descriptor, std::mutex* mutex);
     virtual ~TraceMessageBuffer();
     TraceMessageBuffer(const TraceMessageBuffer&) = delete;
