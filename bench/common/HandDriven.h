@@ -5,6 +5,8 @@
 #include "common/Records.h"
 #include "thread/DescriptorSet.h"
 
+#include <algorithm>
+
 /// The door to the passes of the loop.
 struct CANTransportThreadAccess {
     static int inputOf(const CANTransportThread& endpoint) { return endpoint.inputPipe[0]; }
@@ -37,11 +39,14 @@ public:
         send(request, [this] { pass(); });
     }
 
-    /// All frames of a message of `size` bytes, which wait in the pipe together.
-    void receive(const Records::Bytes& frames, std::size_t size)
+    /// All frames of a message of `size` bytes, of which so many wait in the pipe together.
+    void receive(const Records::Bytes& frames, std::size_t size, std::size_t together = SIZE_MAX)
     {
-        Records::put(requests, frames);
-        pass();
+        const std::size_t portion = std::min(frames.size(), together) * Records::frameSize;
+        for (std::size_t at = 0; at < frames.size(); at += portion) {
+            Records::put(requests, &frames[at], std::min(portion, frames.size() - at));
+            pass();
+        }
         Records::take(proxy.ends[0], 2 * Records::frameSize); // ready and acknowledge
         Records::take(messages, Records::messageHeader + size);
     }

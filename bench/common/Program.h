@@ -10,6 +10,8 @@
 /// What the programs that measure have in common.
 namespace Program {
 
+constexpr int beyondLimit = 4; ///< Exit code.
+
 /// For whatever would let something else be measured than what the row says.
 [[noreturn]] inline void fail(const char* reason)
 {
@@ -27,7 +29,7 @@ inline void startIdleThread()
 
 /// One row of the table: what was measured, the limit that has to hold and the one aimed at. Less is
 /// better in all of them.
-/// @return whether the limit holds.
+/// @return whether the limit holds; if one does not, the program ends with `beyondLimit`.
 inline bool printFigure(const std::string& name, double measured, double atLeast, double aim,
                         const std::string& note = "")
 {

@@ -81,18 +81,16 @@ void sendForEver(Bare& bare)
 {
     Bytes records = frames(bare.size);
     unsigned char room[2 * 65536];
+    unsigned char answer[2 * 65536];
     for (;;) {
         awaitInput(bare.toSender, room, false);
         const unsigned char* payload = room + messageHeader;
         for (std::size_t at = 0; at < records.size(); at += frameSize, payload += 7) {
             std::memcpy(&records[at + frameData + 1], payload, 7);
-        }
-        put(bare.toReceiver.ends[1], records.data(), frameSize);
-        if (records.size() > frameSize) {
-            awaitInput(bare.toSender, room, true); // the ready answer
-        }
-        for (std::size_t at = frameSize; at < records.size(); at += frameSize) {
             put(bare.toReceiver.ends[1], &records[at], frameSize);
+            if (at == 0 && records.size() > frameSize) {
+                awaitInput(bare.toSender, answer, true); // ready
+            }
         }
         awaitInput(bare.toSender, room, true); // the acknowledgement
         sem_post(bare.acknowledged);

@@ -83,7 +83,7 @@ private:
     int output = -1; ///< Where the endpoint's messages come out; the endpoint's own.
     int input = -1;  ///< Where records go in; the endpoint's own.
     std::unique_ptr<TraceMessageBuffer> messages; ///< From the endpoint.
-    Bytes pending; ///< What is left of whole records on their way into the endpoint.
+    Bytes pending;             ///< What is left of whole records on their way into the endpoint.
     bool behindAStart = false; ///< The endpoint has got the first frame of some message.
 
     // Guarded by the mutex, which is never held while the endpoint or the handler is called.

@@ -1,5 +1,5 @@
-#include "demo/NibbleFile.h"
 #include "demo/Receipt.h"
+#include "demo/NibbleFile.h"
 
 #include "support/Endpoint.h"
 
