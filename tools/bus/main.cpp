@@ -1,4 +1,5 @@
 #include "bus/VirtualBus.h"
+#include "common/Options.h"
 #include "common/Tool.h"
 
 #include <csignal>

@@ -1,6 +1,7 @@
 #include "common/Tool.h"
 
 #include "common/CANId.h"
+#include "common/Options.h"
 
 #include <csignal>
 #include <cstdio>

@@ -1,6 +1,6 @@
 #include "demo/DemoOptions.h"
 
-#include "common/Tool.h"
+#include "common/Options.h"
 
 namespace {
 

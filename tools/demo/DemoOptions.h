@@ -2,8 +2,6 @@
 
 #include "bus/FaultInjector.h"
 
-#include <CLI/CLI.hpp>
-
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -29,5 +27,9 @@ struct DemoOptions {
 
     std::size_t longestMessage() const;
 };
+
+namespace CLI {
+class App;
+} // namespace CLI
 
 void declare(CLI::App& app, DemoOptions& options);

@@ -1,7 +1,7 @@
 #include "dump/DumpOptions.h"
 
 #include "common/CANId.h"
-#include "common/Tool.h"
+#include "common/Options.h"
 
 #include <memory>
 

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
-
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -14,5 +12,9 @@ struct DumpOptions {
     bool ladder = false;
     bool stats = false;
 };
+
+namespace CLI {
+class App;
+} // namespace CLI
 
 void declare(CLI::App& app, DumpOptions& options);

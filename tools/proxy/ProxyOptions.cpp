@@ -1,7 +1,7 @@
 #include "proxy/ProxyOptions.h"
 
 #include "common/CANId.h"
-#include "common/Tool.h"
+#include "common/Options.h"
 
 #include <algorithm>
 #include <optional>

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
-
 #include <string>
 #include <vector>
 
@@ -13,5 +11,9 @@ struct ProxyOptions {
     std::vector<can_filter> accepted; ///< Data frames that come through; empty: all of them.
     bool quiet = false;
 };
+
+namespace CLI {
+class App;
+} // namespace CLI
 
 void declare(CLI::App& app, ProxyOptions& options);

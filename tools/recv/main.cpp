@@ -1,3 +1,4 @@
+#include "common/Options.h"
 #include "common/Tool.h"
 
 #include <chrono>
