@@ -15,6 +15,13 @@ namespace {
 int ends[2];
 [[maybe_unused]] const int made = ::pipe2(ends, O_NONBLOCK);
 
+bool isHeader(const unsigned char* record, std::size_t length)
+{
+    std::uint32_t announced = 0;
+    std::memcpy(&announced, record + 4, sizeof announced);
+    return record[0] == 0xA3 && record[1] == 0xC5 && announced == length;
+}
+
 /// A buffer behind the pipe, and what has become of each byte.
 struct Account {
     const bool framesApart; ///< Frames are taken without a message object.
@@ -65,14 +72,21 @@ struct Account {
         return taken;
     }
 
-    /// The next record ends with these bytes, and has so many in front of them.
+    /// The next record ends with these bytes, and has so many in front of them: none, or a header and
+    /// what follows it, for the bytes alone may stand in garbage too.
     void settle(std::size_t before, const Bytes& bytes)
     {
-        const std::size_t from = std::min(found + before, all.size());
-        const void* at = memmem(all.data() + from, all.size() - from, bytes.data(), bytes.size());
-        require(at != nullptr, "a message is a part of the input, behind the one before");
-        const auto begin = static_cast<const unsigned char*>(at) - all.data();
-        found = static_cast<std::size_t>(begin) + bytes.size();
+        std::size_t from = found + before;
+        const unsigned char* record = nullptr;
+        do {
+            require(from <= all.size(), "no record stands behind the end");
+            const void* at =
+                memmem(all.data() + from, all.size() - from, bytes.data(), bytes.size());
+            require(at != nullptr, "a message is a part of the input, behind the one before");
+            record = static_cast<const unsigned char*>(at) - before;
+            from = static_cast<std::size_t>(record - all.data()) + before + 1;
+        } while (before != 0 && !isHeader(record, before + bytes.size()));
+        found = from - 1 + bytes.size();
         used += before + bytes.size();
     }
 
