@@ -121,6 +121,15 @@ TEST_F(TraceMessageBufferTest, dropsExactlyWhatIsNoRecord)
     }
 }
 
+TEST_F(TraceMessageBufferTest, waitsForTheRestOfWhatACutRecordTookForItsEnd)
+{
+    pipe.write(frame + first(36, frame) + first(60, other));
+    EXPECT_EQ(takeAll(), "message dropped 36");
+    pipe.write({other.data() + 60, other.data() + other.size()});
+    EXPECT_EQ(takeAll(), "message ");
+    EXPECT_EQ(given, frame + other);
+}
+
 TEST_F(TraceMessageBufferTest, readsAgainOnlyWhenNoCompleteRecordWaits)
 {
     pipe.write(frame);
