@@ -78,8 +78,5 @@ int carry(const Options& options)
 
 int main(int count, char** arguments)
 {
-    Options options;
-    return Tool::runProgram(
-        count, arguments, description, [&](CLI::App& app) { declare(app, options); },
-        [&] { return carry(options); });
+    return Tool::runProgram(count, arguments, description, declare, carry);
 }

@@ -43,6 +43,17 @@ struct Description {
 int runProgram(int count, char** arguments, const Description& description,
                const std::function<void(CLI::App&)>& declare, const std::function<int()>& run);
 
+/// The same with a struct for the options.
+template <typename Options>
+int runProgram(int count, char** arguments, const Description& description,
+               void (*declare)(CLI::App&, Options&), int (*run)(const Options&))
+{
+    Options options;
+    return runProgram(
+        count, arguments, description, [&](CLI::App& app) { declare(app, options); },
+        [&] { return run(options); });
+}
+
 /// One line on stderr, also while a LibraryLog lives.
 void complain(const Description& description, const std::string& text);
 

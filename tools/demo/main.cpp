@@ -71,9 +71,10 @@ int transfer(const DemoOptions& options, const Input& input)
     return judge(result, console);
 }
 
-int demonstrate(DemoOptions options)
+int demonstrate(const DemoOptions& given)
 {
     constexpr int highestLevel = 3;
+    DemoOptions options = given;
     options.debugLevel = std::min(options.debugLevel, highestLevel);
     const Input input = inputOf(options);
     if (input.bytes.empty()) {
@@ -91,8 +92,5 @@ int demonstrate(DemoOptions options)
 
 int main(int count, char** arguments)
 {
-    DemoOptions options;
-    return Tool::runProgram(
-        count, arguments, description, [&](CLI::App& app) { declare(app, options); },
-        [&] { return demonstrate(options); });
+    return Tool::runProgram(count, arguments, description, declare, demonstrate);
 }

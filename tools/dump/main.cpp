@@ -123,22 +123,22 @@ int dump(const DumpOptions& options)
     return Tool::exitFine;
 }
 
+int dumpUntilNobodyReads(const DumpOptions& options)
+{
+    endInputOnSignals();
+    try {
+        return dump(options);
+    } catch (const std::system_error& error) {
+        if (error.code() == std::errc::broken_pipe) { // who reads it has seen enough
+            return Tool::exitFine;
+        }
+        throw;
+    }
+}
+
 } // namespace
 
 int main(int count, char** arguments)
 {
-    DumpOptions options;
-    return Tool::runProgram(
-        count, arguments, description, [&](CLI::App& app) { declare(app, options); },
-        [&] {
-            endInputOnSignals();
-            try {
-                return dump(options);
-            } catch (const std::system_error& error) {
-                if (error.code() == std::errc::broken_pipe) { // who reads it has seen enough
-                    return static_cast<int>(Tool::exitFine);
-                }
-                throw;
-            }
-        });
+    return Tool::runProgram(count, arguments, description, declare, dumpUntilNobodyReads);
 }

@@ -49,8 +49,5 @@ int carry(const ProxyOptions& options)
 
 int main(int count, char** arguments)
 {
-    ProxyOptions options;
-    return Tool::runProgram(
-        count, arguments, description, [&](CLI::App& app) { declare(app, options); },
-        [&] { return carry(options); });
+    return Tool::runProgram(count, arguments, description, declare, carry);
 }

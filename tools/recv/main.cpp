@@ -115,8 +115,5 @@ int receive(const Options& options)
 
 int main(int count, char** arguments)
 {
-    Options options;
-    return Tool::runProgram(
-        count, arguments, description, [&](CLI::App& app) { declare(app, options); },
-        [&] { return receive(options); });
+    return Tool::runProgram(count, arguments, description, declare, receive);
 }

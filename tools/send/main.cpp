@@ -110,8 +110,5 @@ int send(const Options& options)
 
 int main(int count, char** arguments)
 {
-    Options options;
-    return Tool::runProgram(
-        count, arguments, description, [&](CLI::App& app) { declare(app, options); },
-        [&] { return send(options); });
+    return Tool::runProgram(count, arguments, description, declare, send);
 }
