@@ -22,9 +22,11 @@ startBus() {
     until "$bin/velkcan-recv" -s 1 -d 2 --timeout 1 unix:bus 2>/dev/null; [ $? -eq 1 ]; do sleep 0.01; done
 }
 
-# What a sender sends before its receiver is there, it sends again.
+# What a sender sends before its receiver is there, it sends again. A message that never comes is said
+# to be missing, where a wait without an end would say nothing.
 receive() {
-    "$bin/velkcan-recv" -s 456 -d 123 "$@" unix:bus >out 2>recv.err &
+    : >out # not only when the job has begun
+    "$bin/velkcan-recv" -s 456 -d 123 --timeout 200000 "$@" unix:bus >out 2>recv.err &
     receiver=$!
 }
 
@@ -51,22 +53,22 @@ send -D 2
 wait "$receiver"
 expect "a message as JSON" '"id":"123","length":2,"data":"0102"}' "$(cut -d, -f2- out)"
 
-# The example greets its peer, and sends back what comes.
-receive
+# The example greets its peer, and sends back what comes. Its answer can be there before the sender of
+# the message has gone, which takes it too: so the receiver is there all along.
+receive -n 2
 "$readme" unix:bus >example.log 2>&1 &
 example=$!
-wait "$receiver"
+until [ -s out ]; do sleep 0.01; done
 "$bin/velkcan-send" -s 456 -d 123 -D 3 unix:bus
 expect "what is sent" 0 $?
-cp out greeting
-receive
 wait "$receiver"
 kill "$example"
-expect "the example" "68 65 6C 6C 6F/01 02 03/" "$(cat greeting out | tr '\n' /)"
+expect "the example" "68 65 6C 6C 6F/01 02 03/" "$(tr '\n' / <out)"
 
 receive -l
 send -D 1
 kill -STOP "$receiver"
+while grep -L '^State:.T' "/proc/$receiver/task/"*/status | grep -q .; do sleep 0.01; done
 expect "a peer that stands still" 1 "$(send -D 7 --timeout 300; echo $?)"
 "$bin/velkcan-recv" -s 2 -d 1 unix:bus >other &
 expect "others meanwhile" 0 "$("$bin/velkcan-send" -s 1 -d 2 -D 3 unix:bus; echo $?)"
