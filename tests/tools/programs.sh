@@ -70,11 +70,13 @@ send -D 1
 kill -STOP "$receiver"
 while grep -L '^State:.T' "/proc/$receiver/task/"*/status | grep -q .; do sleep 0.01; done
 expect "a peer that stands still" 1 "$(send -D 7 --timeout 300; echo $?)"
-"$bin/velkcan-recv" -s 2 -d 1 unix:bus >other &
+"$bin/velkcan-recv" -s 2 -d 1 --timeout 200000 unix:bus >other &
+other=$!
 expect "others meanwhile" 0 "$("$bin/velkcan-send" -s 1 -d 2 -D 3 unix:bus; echo $?)"
 kill -CONT "$receiver"
 expect "a peer that goes on" 0 "$(send -D 2; echo $?)"
 until grep -qx '01 02' out; do sleep 0.01; done
+wait "$other"
 expect "what others got" "01 02 03" "$(cat other)"
 expect "nobody there" 1 "$("$bin/velkcan-send" -s 1 -d 2 -D 1 --timeout 50 unix:bus 2>err; echo $?)"
 expect "what is said of it" "velkcan-send: message 1 was given up" "$(cat err)"
@@ -82,7 +84,7 @@ expect "nothing comes" 1 "$("$bin/velkcan-recv" -s 1 -d 2 --timeout 50 unix:bus 
 
 # So many nodes at once.
 for ((node = 0; node < nodes; node++)); do
-    "$bin/velkcan-recv" -s $((100 + node)) -d $((500 + node)) unix:bus >"node.$node" &
+    "$bin/velkcan-recv" -s $((100 + node)) -d $((500 + node)) --timeout 200000 unix:bus >"node.$node" &
     pids[node]=$!
 done
 for ((node = 0; node < nodes; node++)); do
