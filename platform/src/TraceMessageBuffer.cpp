@@ -145,6 +145,12 @@ bool TraceMessageBuffer::getNextFrame(std::uint32_t& canID, std::uint8_t& length
     return true;
 }
 
+bool TraceMessageBuffer::empty() const
+{
+    const auto lock = lockIfGiven(guard);
+    return bytes.empty();
+}
+
 /// Moves on to the next complete record, dropping what cannot be one. What was found to be a complete
 /// record behind another one is not judged again.
 bool TraceMessageBuffer::findRecord()

@@ -68,10 +68,6 @@ void CANTransportThread::handleRefusal(int code)
     LogLine::error("checkFlowControl")
         << "CTP_FC_NOT_ACKNOWLEDGE or CTP_FC_NOT_READY_TO_RECEIVE received [" << code << "]";
     millisleep(pauseMs);
-    if (noMessage()) {
-        logMessageHasGone();
-        return;
-    }
     handleSendError(true);
 }
 

@@ -17,7 +17,9 @@ void CANTransportThread::threadCode()
     if (idle()) { // what a stop or an exception has broken off keeps the timer that it had
         setSelectTimeout(5, 0);
     }
-    handleData(); // what it has left in the buffer would not wake select()
+    if (!traceBuffer->empty()) { // what it has left there would not wake select()
+        handleData();
+    }
     for (;;) {
         wakeUp(input);
         checkInvariants();

@@ -62,7 +62,7 @@ TEST(Sending, whatDoesNotFitHasItsLine)
     }
 }
 
-TEST(Sending, aMessageClearedInThePauseOfARefusalCostsNoAttempt)
+TEST(Sending, aMessageClearedInThePauseOfARefusalCountsAsARefusedOne)
 {
     LogCapture log;
     Endpoint endpoint;
@@ -82,7 +82,8 @@ TEST(Sending, aMessageClearedInThePauseOfARefusalCostsNoAttempt)
     endpoint.flowControl(2);
     EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(10));
     std::cout.rdbuf(previous);
-    EXPECT_EQ(Access::snapshot(endpoint).retries, 0);
+    EXPECT_EQ(Access::snapshot(endpoint).retries, 1);
+    EXPECT_EQ(endpoint.sent(), (Lines{fc(3), "01 01 00 00 00 00 00 00"})) << "sent again";
 }
 
 TEST(Sending, theQueueIsEmptyOnlyWhenNothingWaitsInThePipeEither)

@@ -74,6 +74,7 @@ TEST(Loop, anErrorInEachPassIsToldAndStopStillWorks)
     LogCapture log;
     Endpoint closed;
     close(Access::inputReadEnd(closed));
+    closed.takeInput();
     closed.start();
     const std::string reason = "errno 9: Bad file descriptor\n";
     log.waitFor(reason + "[ERROR]");

@@ -43,6 +43,9 @@ public:
     /// @return whether there was such a frame; otherwise nothing is written.
     bool getNextFrame(std::uint32_t& canID, std::uint8_t& length, unsigned char* data);
 
+    /// @return whether all that was read has been given out or dropped. Does not touch the descriptor.
+    bool empty() const;
+
 private:
     enum class Verdict { complete, incomplete, garbage };
 
