@@ -42,6 +42,7 @@ void ClientEngine::startMoving()
         mover = std::thread(&ClientEngine::move, this);
         lost = stopping = false;
     } catch (const std::exception& error) {
+        link.reset();
         const std::lock_guard<std::mutex> lock(mutex);
         lost = true;
         changed.notify_all();
@@ -122,11 +123,11 @@ void ClientEngine::endEndpoint()
 }
 
 /// A stop could fall between a delivery and its acknowledgement. What the endpoint reads next, it reads
-/// behind both: here the beginning of a record that never comes.
+/// behind both: here the beginning of a record that never comes, if none is there.
 void ClientEngine::letEndpointFinish() const
 {
-    constexpr int mostMs = 50; // it may stand in a write that nobody takes
-    int unread = write(input, "\xA3", 1) == 1 ? 1 : 0;
+    constexpr int mostMs = 500; // it may stand in a write that nobody takes
+    int unread = !pending.empty() || write(input, "\xA3", 1) == 1 ? 1 : 0;
     for (int waitedMs = 0; unread > 0 && waitedMs < mostMs; ++waitedMs) {
         millisleep(1);
         ioctl(input, FIONREAD, &unread);

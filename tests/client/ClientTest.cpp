@@ -5,7 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <fstream>
+#include <future>
 #include <map>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -40,6 +43,17 @@ Bytes numbered(std::size_t size, std::size_t number)
     Bytes bytes(size, static_cast<unsigned char>(number >> 8U));
     bytes.at(0) = static_cast<unsigned char>(number);
     return bytes;
+}
+
+/// Until the task sleeps or has ended.
+void waitUntilInside(pid_t task)
+{
+    std::string text;
+    do {
+        std::ifstream file("/proc/self/task/" + std::to_string(task) + "/stat");
+        text.clear();
+        std::getline(file, text);
+    } while (text.find(") R") != std::string::npos);
 }
 
 } // namespace
@@ -119,8 +133,7 @@ TEST(Client, talksToACommandAndLeavesNoZombie)
         EXPECT_EQ(echo.receive(10s)->bytes, (Bytes{1, 2, 3}));
         CANTransportClient gone("exec:true", ids(1, 1));
         EXPECT_THROW(gone.receive(10s), CANTransportClient::BusLost);
-        const CANTransportClient stubborn("exec:trap '' TERM; while :; do sleep 1; done",
-                                          ids(1, 1));
+        const CANTransportClient stubborn("exec:trap '' TERM; exec sleep 1000", ids(1, 1));
     }
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child is left";
 }
@@ -166,11 +179,11 @@ TEST(Client, losesNothingWhileNobodyReads)
 TEST(Client, givesUpAMessageWithoutHarmToThePeers)
 {
     VirtualBus::Options slow;
-    slow.bitrate = 125000; // a message of 4095 bytes takes half a second
+    slow.bitrate = 125000; // the message takes more than a third of a second
     const TemporaryBus bus(slow);
     CANTransportClient client("unix:" + bus.path(), ids(1, 2));
     CANTransportClient peer("unix:" + bus.path(), ids(2, 1));
-    std::thread sending([&] { EXPECT_EQ(peer.send(Bytes(4095)), Result::acknowledged); });
+    std::thread sending([&] { EXPECT_EQ(peer.send(Bytes(2500)), Result::acknowledged); });
     while (bus.counters().carried < 100) {
         std::this_thread::yield();
     }
@@ -234,19 +247,17 @@ TEST(Client, endsAtAnyMomentWithAllItsThreads)
         Pair pair;
         auto client = std::make_unique<CANTransportClient>("unix:" + pair.bus.path(), ids(1, 2));
         CANTransportClient* const target = client.get();
-        std::atomic<int> entered{0};
         std::vector<std::thread> threads;
         for (std::size_t i = 0; i < 6; ++i) {
-            threads.emplace_back([&entered, target, i] {
-                ++entered;
-                i < 4 ? void(target->send(numbered(100, i))) : void(target->receive(1h));
+            std::promise<pid_t> entering;
+            auto task = entering.get_future();
+            threads.emplace_back([&entering, target, message = numbered(100, i), i] {
+                entering.set_value(gettid());
+                i < 4 ? void(target->send(message)) : void(target->receive(1h));
             });
+            waitUntilInside(task.get());
         }
-        while (entered < 6) {
-            std::this_thread::yield();
-        }
-        std::this_thread::sleep_for(
-            std::chrono::microseconds(20000 + round * 500)); // all wait or move
+        std::this_thread::sleep_for(std::chrono::milliseconds(round));
         client.reset();
         for (std::thread& thread : threads) {
             thread.join();
