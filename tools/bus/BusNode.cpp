@@ -38,9 +38,11 @@ std::optional<CANFrame> BusNode::nextFrame(std::uint64_t& unreadable)
                 return frame;
             } else {
                 ++unreadable;
+                exhausted = source.empty();
             }
-        } catch (const VelkException&) {
+        } catch (const VelkException&) { // behind all records that were read
             ++unreadable;
+            exhausted = true;
         }
     }
     return std::nullopt;
@@ -71,6 +73,6 @@ bool BusNode::send(const std::vector<unsigned char>& record)
     if (deaf || ::send(socket.get(), record.data(), record.size(), MSG_NOSIGNAL) != -1) {
         return true;
     }
-    deaf = errno != EAGAIN && errno != EINTR;
+    deaf = errno != EAGAIN && errno != EINTR && errno != ENOBUFS && errno != ENOMEM;
     return deaf;
 }

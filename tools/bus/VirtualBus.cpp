@@ -19,6 +19,9 @@ namespace {
 /// goes on at its pace.
 constexpr std::chrono::milliseconds greatestLag{10};
 
+/// Frames that are carried before the nodes, new connections and the end of the bus get a look.
+constexpr int mostAtOnce = 256;
+
 enum WaitIndex : std::size_t { quitIndex, listenerIndex, firstNodeIndex };
 
 [[noreturn]] void fail(const std::string& what, int error)
@@ -109,24 +112,30 @@ VirtualBus::Counters VirtualBus::counters() const
 void VirtualBus::run()
 {
     do {
-        carryFrames();
+        const Left left = carryFrames();
         forgetTheDead();
         publish();
-        waitForEvents();
+        waitForEvents(left);
     } while (waits[quitIndex].revents == 0);
+    publish();
     nodes.clear();
 }
 
-/// All that waits or, at a bitrate, all whose time has come.
-void VirtualBus::carryFrames()
+/// What waits or, at a bitrate, all whose time has come.
+VirtualBus::Left VirtualBus::carryFrames()
 {
     if (options.bitrate != 0) {
         carryAtPace();
-        return;
+        return Left::none;
     }
-    while (const auto transmission = nextTransmission()) {
+    for (int count = 0; count < mostAtOnce; ++count) {
+        const auto transmission = nextTransmission();
+        if (!transmission) {
+            return Left::none;
+        }
         carry(*transmission);
     }
+    return Left::some;
 }
 
 /// A frame that follows another one starts where that one ended, not when this thread got to it:
@@ -241,7 +250,7 @@ void VirtualBus::publish()
     published = totals;
 }
 
-void VirtualBus::waitForEvents()
+void VirtualBus::waitForEvents(Left left)
 {
     waits.assign({{quit.get(), POLLIN, 0}, {listener.get(), POLLIN, 0}});
     for (const auto& node : nodes) {
@@ -252,7 +261,7 @@ void VirtualBus::waitForEvents()
         const timespec timeout = untilThen(freeAt);
         ppoll(waits.data(), waits.size(), &timeout, nullptr);
     } else {
-        poll(waits.data(), waits.size(), -1);
+        poll(waits.data(), waits.size(), left == Left::some ? 0 : -1);
     }
     for (std::size_t i = 0; i < nodes.size(); ++i) {
         const short events = waits[firstNodeIndex + i].revents;

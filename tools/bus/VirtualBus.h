@@ -80,10 +80,12 @@ private:
         Fate fate;
     };
 
+    enum class Left { none, some }; ///< Of what can be carried at once.
+
     void listen();
     void run();
     void accept();
-    void carryFrames();
+    Left carryFrames();
     void carryAtPace();
     std::optional<Transmission> nextTransmission();
     std::optional<Transmission> nextFrame();
@@ -92,7 +94,7 @@ private:
     void count(Fate fate);
     void forgetTheDead();
     void publish();
-    void waitForEvents();
+    void waitForEvents(Left left);
 
     const std::string path;
     const Options options;
