@@ -10,7 +10,7 @@
 #include <linux/can.h>
 
 /// Classic data frames to and from one CAN interface. Never blocks. Its operations throw
-/// ProxyFailure when the interface is down or gone.
+/// Tool::Failure when the interface is down or gone.
 class CANSocket {
 public:
     /// @param accepted as ProxyOptions has them.

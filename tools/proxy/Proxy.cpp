@@ -23,6 +23,10 @@ namespace {
 constexpr std::chrono::microseconds shortestPause{200};
 constexpr std::chrono::microseconds longestPause{2000};
 
+/// How long the last frames of a client that has gone wait for a bus that takes none: they are of no use
+/// to a peer that comes later, and the program would stay for ever where nobody acknowledges frames.
+constexpr std::chrono::seconds patience{2};
+
 constexpr int mostAtOnce = 100; ///< Frames that are sent before others are received.
 
 std::optional<can_frame> frameOf(const MessageBase& message)
@@ -64,6 +68,9 @@ void Proxy::run()
     while (!stopped && !inputEnded) {
         handleEvents(sendFrames());
     }
+    if (inputEnded && !input.empty()) {
+        reject("a record that was cut off");
+    }
 }
 
 /// @return when to go on; nothing if there is nothing left to send.
@@ -78,15 +85,27 @@ std::optional<Proxy::Pause> Proxy::sendFrames()
         }
         if (!bus.send(*unsent)) {
             ++waits;
+            checkPatience();
             const Pause now = pause;
             pause = std::min(2 * pause, longestPause);
             return now;
         }
         unsent.reset();
         pause = shortestPause;
+        refusedSince.reset();
         ++framesSent;
     }
     return Pause::zero();
+}
+
+void Proxy::checkPatience()
+{
+    const auto now = Clock::now();
+    refusedSince = refusedSince.value_or(now);
+    if (outputClosed && now - *refusedSince > patience) {
+        throw Tool::Failure(proxyExitOutput, "the client has gone, and " + bus.name() +
+                                                 " takes none of its last frames");
+    }
 }
 
 std::optional<can_frame> Proxy::nextFrame()

@@ -27,9 +27,11 @@ public:
     void printCounters() const;
 
 private:
+    using Clock = std::chrono::steady_clock;
     using Pause = std::chrono::microseconds;
 
     std::optional<Pause> sendFrames();
+    void checkPatience();
     std::optional<can_frame> nextFrame();
     void reject(const std::string& reason);
     void handleEvents(std::optional<Pause> timeout);
@@ -44,7 +46,8 @@ private:
     RecordOutput output{STDOUT_FILENO};
     std::optional<can_frame> unsent; ///< Refused by the full queue; goes before all others.
     Pause pause;
-    bool inputEnded = false; ///< Seen only when nothing is left to send.
+    std::optional<Clock::time_point> refusedSince; ///< Of `unsent`.
+    bool inputEnded = false;                       ///< Seen only when nothing is left to send.
     bool outputClosed = false;
     bool stopped = false;
 

@@ -2,7 +2,7 @@
 
 #include "velk/Descriptor.h"
 
-/// Takes SIGINT, SIGTERM and SIGUSR1 out of a descriptor; from its creation on they and SIGPIPE interrupt nothing.
+/// Takes SIGINT, SIGTERM and SIGUSR1 out of a descriptor; from its creation on they interrupt nothing.
 class Signals {
 public:
     Signals();
