@@ -66,5 +66,5 @@ TEST(Dump, tellsWhatBecomesOfEachMessage)
     EXPECT_EQ(dumpOf(log + again + again + again + again + again + "(7) c 2#33\n", "1 ->",
                      {"", {}, false, true}),
               "001 -> 002             4             2             6             1"
-              "      1000.000      1000.000      2500.000\n");
+              "      1000.000      1750.000      2500.000\n");
 }

@@ -131,7 +131,9 @@ void Dump::report(const std::string& sender, Direction& direction,
                   const std::optional<TrackedMessage>& message)
 {
     if (message) {
-        direction.statistics.add(*message);
+        if (options.stats) {
+            direction.statistics.add(*message);
+        }
         if (listing) {
             print(messageLine(sender, direction.peer, *message));
         }

@@ -51,9 +51,14 @@ std::string MessageStatistics::row(const std::string& direction, bool timed) con
     }
     auto sorted = durations;
     std::sort(sorted.begin(), sorted.end());
-    const std::size_t last = sorted.size() - 1;
-    for (const std::size_t index : {std::size_t{0}, last / 2, last}) {
-        columns.push_back(timed && !sorted.empty() ? milliseconds(sorted[index]) : "-");
+    if (timed && !sorted.empty()) {
+        const std::size_t last = sorted.size() - 1;
+        const auto median = (sorted[last / 2] + sorted[sorted.size() / 2]) / 2;
+        for (const auto duration : {sorted.front(), median, sorted.back()}) {
+            columns.push_back(milliseconds(duration));
+        }
+    } else {
+        columns.insert(columns.end(), 3, "-");
     }
     return tableLine(direction, columns);
 }
