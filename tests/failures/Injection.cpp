@@ -82,7 +82,7 @@ namespace Injection {
 
 WRAP(int, pipe, (int* ends)) { return call("pipe", EMFILE, real_pipe, ends); }
 
-WRAP(int, fcntl, (int fd, int command, int value))
+WRAP(int, fcntl, (int fd, int command, long value)) // or a pointer
 {
     return call("fcntl", EINVAL, real_fcntl, fd, command, value);
 }

@@ -7,7 +7,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds timeToArrive{100};
+constexpr milliseconds timeToArrive{2000};
 
 /// After a failure the receiver may still wait for the rest of the message, for a second from its
 /// first frame at the most, and refuses a new one until then. A random part keeps the directions
