@@ -1,5 +1,5 @@
 // velk-vcan-exchange BUS: of each size that stands on stdin, a message goes from one client to
-// another and comes back.
+// another and comes back. If the bus is lost meanwhile, both reconnect, and the message starts again.
 
 #include "velk/CANTransportClient.h"
 
@@ -32,6 +32,7 @@ bool goesThrough(const Client::Bytes& message, const Client::Bytes& previous, Cl
                  Client& to)
 {
     if (from.send(message) != Client::SendResult::acknowledged) {
+        from.receive(std::chrono::milliseconds(0)); // throws if the bus is lost
         return false;
     }
     std::optional<Client::Message> received;
@@ -39,6 +40,21 @@ bool goesThrough(const Client::Bytes& message, const Client::Bytes& previous, Cl
         received = to.receive(std::chrono::milliseconds::max());
     } while (received->bytes == previous);
     return received->bytes == message;
+}
+
+/// In turns: of two messages that cross, each may end the other.
+bool goesBothWays(const Client::Bytes& message, const Client::Bytes& previous, Client& one,
+                  Client& other)
+{
+    try {
+        return goesThrough(message, previous, one, other) &&
+               goesThrough(message, previous, other, one);
+    } catch (const Client::BusLost&) {
+        std::cout << "the bus is lost" << std::endl;
+        one.reconnect();
+        other.reconnect();
+        return goesBothWays(message, previous, one, other);
+    }
 }
 
 } // namespace
@@ -50,9 +66,7 @@ int main(int, char** arguments)
     Client::Bytes previous;
     for (std::size_t size = 0; std::cin >> size;) {
         const auto message = messageOf(size);
-        // In turns: of two messages that cross, each may end the other.
-        if (!goesThrough(message, previous, one, other) ||
-            !goesThrough(message, previous, other, one)) {
+        if (!goesBothWays(message, previous, one, other)) {
             std::cerr << size << " bytes did not go through" << std::endl;
             return 1;
         }
