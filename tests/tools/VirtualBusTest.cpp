@@ -120,23 +120,23 @@ TEST(VirtualBus, dropsForASleeperAloneAndKeepsTheOrder)
 
 TEST(VirtualBus, nodesThatNeverPauseHoldNobodyUp)
 {
-    const TemporaryBus bus;
+    VirtualBus::Options slow; // so that there is always more
+    slow.observer = [](const CANFrame&, VirtualBus::Fate) { usleep(100); };
+    const TemporaryBus bus(slow);
     std::atomic<bool> done{false};
-    std::vector<std::thread> floods;
-    for (int i = 0; i < 2; ++i) {
-        floods.emplace_back([&] {
-            for (const Node node(bus); !done;) {
-                node.send(1, 0);
-            }
-        });
-    }
+    const auto sendOn = [&] {
+        for (const Node node(bus); !done;) {
+            node.send(1, 0);
+        }
+    };
+    std::thread one(sendOn);
+    std::thread other(sendOn);
     waitForNodes(bus, 2);
     Node late(bus);
     late.receive(1);
     done = true;
-    for (std::thread& flood : floods) {
-        flood.join();
-    }
+    one.join();
+    other.join();
 }
 
 TEST(VirtualBus, goesOnWithoutANodeThatHasGoneAndBehindBytesThatAreNoFrame)
