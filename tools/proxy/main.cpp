@@ -21,7 +21,8 @@ constexpr Tool::Description description{
     "wrong\n"
     "arguments; 3 no such interface, or no CAN here; 4 the interface is down or gone; 5 nobody "
     "reads\n"
-    "stdout any more.\n"
+    "stdout any more, or the client has gone altogether and the interface takes none of its last\n"
+    "frames.\n"
     "\n"
     "Example, a message to a device on the bus of another machine:\n"
     "  velkcan-send -s 123 -d 321 -D 20 'exec:ssh gateway velkcan-proxy --accept 321 can0'\n",
