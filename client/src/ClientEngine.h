@@ -57,7 +57,8 @@ private:
     void move();
     void startEndpoint();
     void endEndpoint();
-    void letEndpointFinish() const;
+    void letEndpointFinish();
+    void waitUntilRead(int& leftMs) const;
     bool takeOrders();
     void handOver();
     bool waitForEvents();
@@ -84,6 +85,7 @@ private:
     int input = -1;  ///< Where records go in; the endpoint's own.
     std::unique_ptr<TraceMessageBuffer> messages; ///< From the endpoint.
     Bytes pending;             ///< What is left of whole records on their way into the endpoint.
+    bool recordBegun = false;  ///< `pending` may begin within a record.
     bool behindAStart = false; ///< The endpoint has got the first frame of some message.
 
     // Guarded by the mutex, which is never held while the endpoint or the handler is called.

@@ -102,6 +102,7 @@ void ClientEngine::startEndpoint()
     fcntl(input, F_SETFL, O_NONBLOCK);
     messages = std::make_unique<TraceMessageBuffer>(output, nullptr);
     pending.clear(); // its pipe must not begin within a record
+    recordBegun = false;
     behindAStart = false;
     endpoint->start();
     const std::lock_guard<std::mutex> lock(mutex);
@@ -122,15 +123,27 @@ void ClientEngine::endEndpoint()
     endpoint.reset();
 }
 
-/// A stop could fall between a delivery and its acknowledgement. What the endpoint reads next, it reads
-/// behind both: here the beginning of a record that never comes, if none is there.
-void ClientEngine::letEndpointFinish() const
+/// A stop could fall between a delivery and its acknowledgement. What comes when the endpoint has read
+/// everything, it reads behind both: here the beginning of a record that never ends.
+void ClientEngine::letEndpointFinish()
 {
-    constexpr int mostMs = 500; // it may stand in a write that nobody takes
-    int unread = !pending.empty() || write(input, "\xA3", 1) == 1 ? 1 : 0;
-    for (int waitedMs = 0; unread > 0 && waitedMs < mostMs; ++waitedMs) {
+    int leftMs = 500; // it may stand in a write that nobody takes
+    for (; recordBegun && leftMs > 0; --leftMs) {
         millisleep(1);
-        ioctl(input, FIONREAD, &unread);
+        feedEndpoint();
+    }
+    waitUntilRead(leftMs);
+    if (!recordBegun && write(input, "\xA3", 1) == 1) {
+        waitUntilRead(leftMs);
+    }
+}
+
+void ClientEngine::waitUntilRead(int& leftMs) const
+{
+    int unread = 0;
+    while (leftMs > 0 && ioctl(input, FIONREAD, &unread) == 0 && unread > 0) {
+        millisleep(1);
+        --leftMs;
     }
 }
 
@@ -238,6 +251,7 @@ void ClientEngine::feedEndpoint()
         const ssize_t written = write(input, pending.data(), pending.size());
         if (written > 0) {
             pending.erase(pending.begin(), pending.begin() + written);
+            recordBegun = !pending.empty();
         }
     }
 }
