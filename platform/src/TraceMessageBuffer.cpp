@@ -148,7 +148,7 @@ bool TraceMessageBuffer::getNextFrame(std::uint32_t& canID, std::uint8_t& length
 bool TraceMessageBuffer::empty() const
 {
     const auto lock = lockIfGiven(guard);
-    return bytes.empty();
+    return bytes.empty() && dropped == 0;
 }
 
 /// Moves on to the next complete record, dropping what cannot be one. What was found to be a complete

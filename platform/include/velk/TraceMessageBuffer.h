@@ -43,7 +43,7 @@ public:
     /// @return whether there was such a frame; otherwise nothing is written.
     bool getNextFrame(std::uint32_t& canID, std::uint8_t& length, unsigned char* data);
 
-    /// @return whether all that was read has been given out or dropped. Does not touch the descriptor.
+    /// @return whether all that was read has been given out or told of. Does not touch the descriptor.
     bool empty() const;
 
 private:
