@@ -195,6 +195,7 @@ void Proxy::handleOutput(bool broken)
                             std::string("stdout: ") + std::strerror(error) + ", expected a reader");
     }
     outputClosed = true;
+    refusedSince.reset();
 }
 
 void Proxy::receiveFrames()

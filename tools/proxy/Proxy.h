@@ -20,7 +20,8 @@ class Proxy {
 public:
     Proxy(CANSocket& socket, const Signals& signalSource);
 
-    /// Until stdin is at its end and all is sent, or SIGINT or SIGTERM came.
+    /// Until stdin is at its end and all is sent, or SIGINT or SIGTERM came. For a client that has gone
+    /// by both ends it does not try for ever.
     /// @throws Tool::Failure
     void run();
     /// Prints on stderr, in one line, what was carried.

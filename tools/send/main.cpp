@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <iostream>
 
 namespace {
@@ -77,12 +78,9 @@ bool sendOne(CANTransportClient& client, const MessageSource::Bytes& message,
 void report(std::uint64_t sent, std::size_t bytes, Clock::duration time)
 {
     const double seconds = std::max(std::chrono::duration<double>(time).count(), 1e-6);
-    char line[128];
-    const int length = std::snprintf(
-        line, sizeof line, "%llu messages in %.2f s, %.1f messages/s, %.0f bytes/s\n",
-        static_cast<unsigned long long>(sent), seconds, static_cast<double>(sent) / seconds,
-        static_cast<double>(sent * bytes) / seconds);
-    Tool::print(line, static_cast<std::size_t>(length));
+    std::printf("%llu messages in %.2f s, %.1f messages/s, %.0f bytes/s\n",
+                static_cast<unsigned long long>(sent), seconds, static_cast<double>(sent) / seconds,
+                static_cast<double>(sent * bytes) / seconds);
 }
 
 int send(const Options& options)
