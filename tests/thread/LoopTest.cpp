@@ -60,12 +60,14 @@ TEST(Loop, aSignalOnlyInterruptsTheWait)
     endpoint.start();
     sigset_t blocked{};
     sigaddset(&blocked, SIGUSR1);
-    pthread_sigmask(SIG_BLOCK, &blocked, nullptr); // so that the endpoint's thread gets it
+    sigset_t before{};
+    pthread_sigmask(SIG_BLOCK, &blocked, &before); // so that the endpoint's thread gets it
     while (log.out().find("pselect interrupted") == std::string::npos) {
         kill(getpid(), SIGUSR1);
         millisleep(1);
     }
     endpoint.stop();
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
     EXPECT_EQ(log.err(), "");
 }
 

@@ -29,7 +29,7 @@ startBus() {
 # to be missing, where a wait without an end would say nothing.
 receive() {
     : >out # not only when the job has begun
-    "$bin/velkcan-recv" -s 456 -d 123 --timeout 100000 "$@" unix:bus >out 2>recv.err &
+    "$bin/velkcan-recv" -s 456 -d 123 --timeout 300000 "$@" unix:bus >out 2>recv.err &
     receiver=$!
 }
 
@@ -82,7 +82,7 @@ send -D 1
 kill -STOP "$receiver"
 eventually standsStill
 expect "a peer that stands still" 1 "$(send -D 7 --timeout 300; echo $?)"
-"$bin/velkcan-recv" -s 2 -d 1 --timeout 100000 unix:bus >other &
+"$bin/velkcan-recv" -s 2 -d 1 --timeout 300000 unix:bus >other &
 other=$!
 expect "others meanwhile" 0 "$("$bin/velkcan-send" -s 1 -d 2 -D 3 unix:bus; echo $?)"
 kill -CONT "$receiver"
@@ -96,7 +96,7 @@ expect "nothing comes" 1 "$("$bin/velkcan-recv" -s 1 -d 2 --timeout 50 unix:bus 
 
 # So many nodes at once.
 for ((node = 0; node < nodes; node++)); do
-    "$bin/velkcan-recv" -s $((100 + node)) -d $((500 + node)) --timeout 100000 unix:bus >"node.$node" &
+    "$bin/velkcan-recv" -s $((100 + node)) -d $((500 + node)) --timeout 300000 unix:bus >"node.$node" &
     pids[node]=$!
 done
 for ((node = 0; node < nodes; node++)); do

@@ -2,9 +2,11 @@
 // another and comes back. If the bus is lost meanwhile, both reconnect, and the message starts again.
 
 #include "velk/CANTransportClient.h"
+#include "velk/LogUtil.h"
 
 #include <chrono>
 #include <iostream>
+#include <mutex>
 #include <numeric>
 #include <optional>
 
@@ -42,6 +44,12 @@ bool goesThrough(const Client::Bytes& message, const Client::Bytes& previous, Cl
     return received->bytes == message;
 }
 
+void tellOfTheLoss()
+{
+    const std::lock_guard<std::mutex> lock(LogUtil::logMutex);
+    std::cout << "the bus is lost" << std::endl;
+}
+
 /// In turns: of two messages that cross, each may end the other.
 bool goesBothWays(const Client::Bytes& message, const Client::Bytes& previous, Client& one,
                   Client& other)
@@ -50,7 +58,7 @@ bool goesBothWays(const Client::Bytes& message, const Client::Bytes& previous, C
         return goesThrough(message, previous, one, other) &&
                goesThrough(message, previous, other, one);
     } catch (const Client::BusLost&) {
-        std::cout << "the bus is lost" << std::endl;
+        tellOfTheLoss();
         one.reconnect();
         other.reconnect();
         return goesBothWays(message, previous, one, other);
