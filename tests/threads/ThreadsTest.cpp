@@ -8,6 +8,7 @@
 #include <random>
 #include <thread>
 
+#include <fcntl.h>
 #include <malloc.h>
 #include <poll.h>
 #include <sys/resource.h>
@@ -23,6 +24,10 @@ struct Client : CANTransportThread {
     Client()
     {
         open(output, input);
+        // The output holds a message and all its repeats while nobody reads. Of both together, a user
+        // without privileges may have a thousand; further ones would get 8 KiB.
+        fcntl(output, F_SETPIPE_SZ, 32768);
+        fcntl(input, F_SETPIPE_SZ, 16384);
         sent = arrived = static_cast<unsigned int>(input); // no endpoint has another's messages
         Delegate listener = [this](auto status, auto) {
             setDebugLevel(0);
