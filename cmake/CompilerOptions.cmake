@@ -3,6 +3,7 @@ add_library(velk_options INTERFACE)
 target_compile_options(velk_options INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast
   -Wnon-virtual-dtor -Wnull-dereference -Wformat=2
+  $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
   $<$<BOOL:${VELK_WARNINGS_AS_ERRORS}>:-Werror>)
 
 if(VELK_SANITIZE)

@@ -1,7 +1,7 @@
-# What --help tells is the one source of a man page.
+# The man pages are made from --help.
 find_program(HELP2MAN help2man)
 if(NOT HELP2MAN)
-  message(STATUS "help2man is not there: no man pages")
+  message(STATUS "help2man is missing: no man pages")
 endif()
 
 # velk_man_page(PROGRAM SUMMARY)

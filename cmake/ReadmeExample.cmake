@@ -1,9 +1,16 @@
-# Takes the first C++ block out of a Markdown page, so that the page's example is what is built.
+# Extracts the first C++ block of a Markdown page, so that the example is built as the page shows it.
+# As a script: cmake -D PAGE=... -D SOURCE=... -P ReadmeExample.cmake
 function(velk_extract_example page source)
   file(READ ${page} text)
   string(REGEX MATCH "```cpp\n(.*)" rest "${text}")
   string(FIND "${CMAKE_MATCH_1}" "```" end)
   string(SUBSTRING "${CMAKE_MATCH_1}" 0 ${end} code)
   file(CONFIGURE OUTPUT ${source} CONTENT "${code}" @ONLY)
-  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${page})
+  if(NOT CMAKE_SCRIPT_MODE_FILE)
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${page})
+  endif()
 endfunction()
+
+if(CMAKE_SCRIPT_MODE_FILE)
+  velk_extract_example(${PAGE} ${SOURCE})
+endif()

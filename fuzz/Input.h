@@ -1,24 +1,15 @@
 #pragma once
 
+#include "support/Promise.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <vector>
 
 using Bytes = std::vector<unsigned char>;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
-
-/// A promise that no input may break; an abort is what a fuzzer takes for a finding.
-inline void require(bool kept, const char* promise)
-{
-    if (!kept) {
-        std::fprintf(stderr, "broken: %s\n", promise);
-        std::abort();
-    }
-}
 
 /// The input, read from its beginning.
 struct Input {

@@ -3,8 +3,10 @@
 #include <fstream>
 #include <iterator>
 
+namespace {
+
 /// Runs the inputs in the files of the command line once, for builds without libFuzzer.
-int main(int count, char** names)
+int replay(int count, char** names)
 {
     require(count > 1, "there is a corpus");
     for (int i = 1; i < count; ++i) {
@@ -15,3 +17,7 @@ int main(int count, char** names)
     }
     return 0;
 }
+
+} // namespace
+
+int main(int argc, char** argv) { return runProgram(replay, argc, argv); }

@@ -1,5 +1,5 @@
-# What the two commands and CI have in common; sourced, not run.
-# Notes of the set-up go to stderr, so that stdout belongs to the program that runs at the end.
+# Shared by the commands in this folder and CI; sourced, not run.
+# Notes go to stderr: stdout is for the program that runs at the end.
 
 unset CDPATH
 root=$(cd -- "$(dirname -- "$(readlink -f -- "${BASH_SOURCE[0]}")")/.." && pwd -P)
@@ -8,7 +8,7 @@ say() {
     printf '%s\n' "$*" >&2
 }
 
-# runQuietly NOTE LOG COMMAND...: the output is of interest only if the command fails.
+# runQuietly NOTE LOG COMMAND...: shows the output only if the command fails.
 runQuietly() {
     local note=$1 log=$2 status=0
     shift 2
@@ -25,8 +25,8 @@ hasHeader() {
     printf '#if !__has_include(<%s>)\n#error\n#endif\n' "$1" | "${CXX:-c++}" -E -x c++ -
 }
 
-# Asks for what a package is wanted for, not for the package: a tool that came another way is as
-# good, and the question works where there is no dpkg.
+# isThere PACKAGE: looks for the tool or header instead of the package. One that was installed another way
+# will do, and the test also works without dpkg.
 isThere() {
     case $1 in
         g++) command -v "${CXX:-c++}" ;;
@@ -51,8 +51,8 @@ missingOf() {
 aptInstall() {
     local -a asRoot=() apt=(env DEBIAN_FRONTEND=noninteractive apt-get -qq -o DPkg::Lock::Timeout=300)
     [ "$(id -u)" -eq 0 ] || asRoot=(sudo)
-    # Old lists may still do, so the installation decides.
-    "${asRoot[@]}" "${apt[@]}" update || say "apt-get update failed, going on with the lists at hand"
+    # Old lists may be good enough, so only the installation decides.
+    "${asRoot[@]}" "${apt[@]}" update || say "apt-get update failed, continuing with the lists at hand"
     "${asRoot[@]}" "${apt[@]}" install -y --no-install-recommends "$@"
 }
 
@@ -60,7 +60,7 @@ canInstall() {
     command -v apt-get >/dev/null && { [ "$(id -u)" -eq 0 ] || command -v sudo >/dev/null; }
 }
 
-# needPackages PACKAGE...: installs those that are missing, or says which they are and exits.
+# needPackages PACKAGE...: installs missing packages, or names them and exits.
 needPackages() {
     local -a missing
     read -ra missing <<<"$(missingOf "$@")"
@@ -73,7 +73,7 @@ needPackages() {
         read -ra missing <<<"$(missingOf "$@")"
         [ "${#missing[@]}" -gt 0 ] || return 0
     fi
-    say "These packages are wanted and cannot be installed from here; as root:"
+    say "These packages are missing and cannot be installed from here. As root:"
     say "apt-get install ${missing[*]}"
     exit 1
 }
@@ -82,7 +82,7 @@ needPackages() {
 configure() {
     local preset=$1 dir=$root/build/$1
     shift
-    # A build folder that came along with a copy of the tree still points at the original.
+    # A build folder that was copied with the tree still points at the original.
     if [ -f "$dir/CMakeCache.txt" ] &&
         ! grep -qxF "CMAKE_HOME_DIRECTORY:INTERNAL=$root" "$dir/CMakeCache.txt"; then
         rm -rf -- "$dir"

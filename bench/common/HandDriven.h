@@ -1,27 +1,31 @@
 #pragma once
 
 #include "velk/CANTransportThread.h"
+#include "velk/DescriptorSet.h"
 
 #include "common/Records.h"
-#include "thread/DescriptorSet.h"
 
 #include <algorithm>
 
-/// The door to the passes of the loop.
+/// Gives access to the passes of the loop.
 struct CANTransportThreadAccess {
     static int inputOf(const CANTransportThread& endpoint) { return endpoint.inputPipe[0]; }
-    static void pass(CANTransportThread& endpoint, DescriptorSet& input) { endpoint.wakeUp(input); }
-    static void rest(CANTransportThread& endpoint) { endpoint.rest(); }
+    static void pass(CANTransportThread& endpoint, DescriptorSet& input) { endpoint.pass(input); }
+    static void rest(CANTransportThread& endpoint)
+    {
+        endpoint.stopTimer();
+        endpoint.endReceptionWithoutTimer();
+    }
 };
 
-/// An endpoint whose loop makes its passes on the calling thread, one for each input: what that
-/// takes can be counted, and repeats exactly.
+/// An endpoint whose loop runs on the calling thread, one pass for each input: its cost can be counted and
+/// repeats exactly.
 class HandDriven : public CANTransportThread {
 public:
     HandDriven() : input(openPipes()) { setConnection(proxy.ends[1]); }
 
-    /// A request, the ready answer and the acknowledgement. `burst` makes the pass that the ready
-    /// answer causes; the frames are taken behind it.
+    /// Carries a request, the ready answer and the acknowledgement. `burst` makes the pass after the ready
+    /// answer; its frames are read afterwards.
     template <typename Burst> void send(const Records::Bytes& request, Burst burst)
     {
         const std::size_t count = Records::frameCount(request.size() - Records::messageHeader);
@@ -39,7 +43,7 @@ public:
         send(request, [this] { pass(); });
     }
 
-    /// All frames of a message of `size` bytes, of which so many wait in the pipe together.
+    /// Receives all frames of a message of `size` bytes, `together` of them at a time.
     void receive(const Records::Bytes& frames, std::size_t size, std::size_t together = SIZE_MAX)
     {
         const std::size_t portion = std::min(frames.size(), together) * Records::frameSize;

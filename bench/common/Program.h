@@ -7,12 +7,12 @@
 
 #include <unistd.h>
 
-/// What the programs that measure have in common.
+/// Shared by the programs that measure.
 namespace Program {
 
 constexpr int beyondLimit = 4; ///< Exit code.
 
-/// For whatever would let something else be measured than what the row says.
+/// Ends the program. For a failure that would make a row measure something else.
 [[noreturn]] inline void fail(const char* reason)
 {
     std::fflush(stdout);
@@ -20,21 +20,20 @@ constexpr int beyondLimit = 4; ///< Exit code.
     std::_Exit(1);
 }
 
-/// A process with one thread takes cheaper paths in locks and in the allocator than any with an
-/// endpoint's thread, so a second one is started first.
+/// Locks and the allocator take cheaper paths in a process with one thread. A process with an endpoint has
+/// at least two, so a second one is started first.
 inline void startIdleThread()
 {
     std::thread([] { ::pause(); }).detach();
 }
 
-/// One row of the table: what was measured, the limit that has to hold and the one aimed at. Less is
-/// better in all of them.
-/// @return whether the limit holds; if one does not, the program ends with `beyondLimit`.
-inline bool printFigure(const std::string& name, double measured, double atLeast, double aim,
+/// Prints one row of the table: the measured figure, its limit and its aim. Less is always better.
+/// @return whether the figure is within the limit; if one is not, the program ends with `beyondLimit`.
+inline bool printFigure(const std::string& name, double measured, double atMost, double aim,
                         const std::string& note = "")
 {
-    std::printf("%s\t%.4g\t%.4g\t%.4g\t%s\n", name.c_str(), measured, atLeast, aim, note.c_str());
-    return measured <= atLeast;
+    std::printf("%s\t%.4g\t%.4g\t%.4g\t%s\n", name.c_str(), measured, atMost, aim, note.c_str());
+    return measured <= atMost;
 }
 
 } // namespace Program

@@ -1,24 +1,34 @@
 #pragma once
 
+#include "velk/CANTransportFrame.h"
 #include "velk/TraceMessage.h"
+#include "velk/TraceRecord.h"
 
 #include "common/Program.h"
 
 #include <cstddef>
 #include <vector>
 
-/// The records that the benchmarks hand in, their sizes, and the pipes for them.
+/// The records of the benchmarks, their sizes, and the pipes for them.
 namespace Records {
 
 using Bytes = std::vector<unsigned char>;
 
-constexpr std::size_t longestMessage = 4095;
-constexpr std::size_t frameSize = 39;     ///< Of a frame's record, from header to last data byte.
-constexpr std::size_t frameData = 31;     ///< Where its 8 data bytes begin.
-constexpr std::size_t messageHeader = 24; ///< Of a request's or delivered message's record.
+constexpr std::size_t longestMessage = CANTransportFrame::maxMessageLength;
+/// Size of the record of a frame.
+constexpr std::size_t frameSize = TraceRecord::frameSize(CANTransportFrame::dataBytes);
+/// Position of the data bytes in it.
+constexpr std::size_t frameData = TraceRecord::headerSize + TraceRecord::frameDataOffset;
+/// Bytes before the message, in the record of a request or of a delivered message.
+constexpr std::size_t messageHeader = TraceRecord::transportSize(0);
 
-constexpr std::size_t frameCount(std::size_t size) { return size <= 7 ? 1 : 1 + size / 7; }
+/// @return how many frames carry a message of `size` bytes.
+constexpr std::size_t frameCount(std::size_t size)
+{
+    return CANTransportFrame::frameCountOf(static_cast<unsigned int>(size));
+}
 
+/// @return the record of the message.
 inline Bytes bytesOf(const MessageBase& message)
 {
     Bytes bytes;
@@ -26,36 +36,43 @@ inline Bytes bytesOf(const MessageBase& message)
     return bytes;
 }
 
+/// @return the record of a request for a message of `size` bytes.
 inline Bytes request(std::size_t size)
 {
     return bytesOf(CANTransportTraceMessage(Bytes(size, 0x55)));
 }
 
-/// One frame whose first data bytes are these; the others are 0.
-inline Bytes frame(std::size_t first, std::size_t second = 0)
+/// @return the record of a frame with this head; all other data bytes are 0.
+inline Bytes frame(CANTransportFrame::framekind_t kind, std::size_t lowNibble,
+                   std::size_t second = 0)
 {
-    const unsigned char data[8] = {static_cast<unsigned char>(first),
-                                   static_cast<unsigned char>(second)};
+    const unsigned char data[CANTransportFrame::dataBytes] = {
+        CANTransportFrame::firstByte(kind, static_cast<unsigned int>(lowNibble)),
+        static_cast<unsigned char>(second)};
     return bytesOf(CANExtTraceMessage(0x456, data, sizeof data));
 }
 
-inline const Bytes ready = frame(0x31);
-inline const Bytes acknowledge = frame(0x33);
+inline const Bytes ready =
+    frame(CANTransportFrame::CTP_FLOW_CONTROL, CANTransportFrame::CTP_FC_READY_TO_RECEIVE);
+inline const Bytes acknowledge =
+    frame(CANTransportFrame::CTP_FLOW_CONTROL, CANTransportFrame::CTP_FC_ACKNOWLEDGE);
 
-/// All frames of a message, one record behind the other.
+/// @return the records of all frames of a message.
 inline Bytes frames(std::size_t size)
 {
-    if (size <= 7) {
-        return frame(size);
+    using namespace CANTransportFrame;
+    if (size <= singleFrameBytes) {
+        return frame(CTP_SINGLE_FRAME, size);
     }
-    Bytes all = frame(0x10U | (size >> 8U), size);
+    Bytes all = frame(CTP_FIRST_FRAME, size >> 8U, size);
     for (std::size_t number = 0; number + 1 < frameCount(size); ++number) {
-        const Bytes next = frame(0x20U | (number % 16));
+        const Bytes next = frame(CTP_CONSECUTIVE_FRAME, number % sequenceNumbers);
         all.insert(all.end(), next.begin(), next.end());
     }
     return all;
 }
 
+/// Writes the bytes, in one write.
 inline void put(int descriptor, const unsigned char* bytes, std::size_t size)
 {
     if (::write(descriptor, bytes, size) != static_cast<ssize_t>(size)) {
@@ -68,11 +85,12 @@ inline void put(int descriptor, const Bytes& records)
     put(descriptor, records.data(), records.size());
 }
 
+/// Reads exactly `size` bytes, in one read.
 inline void take(int descriptor, std::size_t size)
 {
     unsigned char room[65536];
     if (::read(descriptor, room, sizeof room) != static_cast<ssize_t>(size)) {
-        Program::fail("an endpoint has not sent what it should");
+        Program::fail("an endpoint has not sent the expected bytes");
     }
 }
 
@@ -83,7 +101,7 @@ struct Pipe {
     Pipe()
     {
         if (::pipe(ends) == -1) {
-            Program::fail("no pipe to be had");
+            Program::fail("cannot create a pipe");
         }
     }
 };

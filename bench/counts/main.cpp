@@ -21,9 +21,9 @@ thread_local Counters counters{};
 
 } // namespace
 
-// These take the place of what the shared library would call, so it is counted as it is shipped.
+// These replace the functions that the shared library calls, so the library is measured as it is shipped.
 
-[[gnu::noinline]] void* operator new(std::size_t size) // or g++ takes delete for mismatched
+[[gnu::noinline]] void* operator new(std::size_t size) // or g++ reports a mismatched delete
 {
     void* block = std::malloc(size); // NOLINT(*-no-malloc)
     if (block == nullptr) {
@@ -58,8 +58,9 @@ COUNTED(writes, ssize_t, write, (int fd, const void* bytes, std::size_t size), (
 
 namespace {
 
-/// Two frames fewer, and still so long that all buffers behave as with the longest.
-constexpr std::size_t shorterMessage = longestMessage - 14;
+/// Two frames fewer, but long enough for all buffers to behave as with the longest.
+constexpr std::size_t shorterMessage =
+    longestMessage - 2 * std::size_t{CANTransportFrame::consecutiveFrameBytes};
 
 template <typename Action> Counters during(Action action)
 {
@@ -80,8 +81,8 @@ Counters receiving(HandDriven& endpoint, std::size_t size)
     return during([&] { endpoint.receive(records, size); });
 }
 
-/// What the buffer of an endpoint gives back is no matter, so the frames come in such portions that
-/// it gives nothing back.
+/// Memory that the buffer of an endpoint gives back does not matter here, so the frames arrive in portions
+/// that make it give back none.
 double bytesAtRest()
 {
     constexpr std::size_t framesKept = 13;
@@ -100,12 +101,12 @@ double bytesAtRest()
 
 } // namespace
 
-/// Prints what repeats exactly. Fails if something is beyond its limit.
+/// Prints the figures that repeat exactly. Fails if one exceeds its limit.
 int main()
 {
     Program::startIdleThread();
     HandDriven endpoint;
-    sending(endpoint, longestMessage); // buffers that grow once have grown
+    sending(endpoint, longestMessage); // buffers that grow once grow here
     receiving(endpoint, longestMessage);
     const auto perFrame = [&](Counters (*transfer)(HandDriven&, std::size_t)) {
         const double few = transfer(endpoint, shorterMessage).allocations;
@@ -119,7 +120,7 @@ int main()
     bool good = printFigure("allocations for a frame sent", sent, 1, 0);
     good &= printFigure("allocations for a frame received", received, 1, 1);
     good &= printFigure("allocations for a message delivered", delivered, 3, 2);
-    // But for the write that puts the frames there and the reads that take what leaves.
+    // Without the write that hands in the frames and the reads that take the output.
     good &= printFigure("select for 586 frames received", message.selects, 1, 1);
     good &= printFigure("read for 586 frames received", message.reads - 2, 2, 2);
     good &= printFigure("write for 586 frames received", message.writes - 1, 3, 3);

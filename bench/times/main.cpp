@@ -1,5 +1,5 @@
 #include "common/HandDriven.h"
-#include "times/Line.h"
+#include "times/EnginePair.h"
 
 #include <benchmark/benchmark.h>
 
@@ -14,7 +14,7 @@ using namespace Records;
 
 namespace {
 
-/// Each call gives the CPU seconds of one message or burst.
+/// Each call returns the CPU seconds of one message or burst.
 using Side = std::function<double()>;
 
 double medianOf(std::vector<double> values)
@@ -24,10 +24,11 @@ double medianOf(std::vector<double> values)
     return *middle;
 }
 
-/// Floor and subject in turn, block by block, the order flipped each time: what drifts meets both.
+/// Measures floor and subject in turn, block by block, and swaps the order each time, so that a drift of
+/// the machine affects both.
 void compare(benchmark::State& state, const Side& floor, const Side& subject)
 {
-    std::vector<double> floors{floor()}; // one of each to get warm
+    std::vector<double> floors{floor()}; // the first of each is a warm-up
     std::vector<double> subjects{subject()};
     std::vector<double> ratios;
     for ([[maybe_unused]] auto block : state) {
@@ -48,29 +49,29 @@ void compare(benchmark::State& state, const Side& floor, const Side& subject)
 
 using Create = std::function<Side()>;
 
-/// @param frames of one message or burst. @param blocks how many; in each, both are measured.
+/// Adds a row. @param frames in one message or burst. @param blocks how often both are measured.
 void add(const std::string& name, double frames, const Create& floor, const Create& subject,
-         double atLeast, double aim, int blocks)
+         double atMost, double aim, int blocks)
 {
     const auto run = [=](benchmark::State& state) {
         compare(state, floor(), subject());
-        state.counters["at least"] = atLeast;
+        state.counters["at most"] = atMost;
         state.counters["aim"] = aim;
         state.counters["frames"] = frames;
     };
     benchmark::RegisterBenchmark(name.c_str(), run)->Iterations(blocks)->UseManualTime();
 }
 
-constexpr double trusted = 1.02; ///< A floor that differs more from another of its kind voids all.
+constexpr double trusted = 1.02; ///< If a floor differs more from itself, no ratio is valid.
 
 void addWithFloor(const std::string& name, double frames, const Create& floor,
-                  const Create& subject, double atLeast, double aim, int blocks)
+                  const Create& subject, double atMost, double aim, int blocks)
 {
     add(name + ": floor / floor", frames, floor, floor, trusted, trusted, blocks);
-    add(name, frames, floor, subject, atLeast, aim, blocks);
+    add(name, frames, floor, subject, atMost, aim, blocks);
 }
 
-/// Prints the table's rows, in place of Google Benchmark's own.
+/// Prints the rows of the table instead of Google Benchmark's own.
 class Rows : public benchmark::BenchmarkReporter {
 public:
     bool valid = true;
@@ -80,14 +81,14 @@ public:
     {
         for (const Run& run : runs) {
             const auto of = [&](const char* counter) { return run.counters.at(counter).value; };
-            const bool ofFloors = of("at least") == trusted;
+            const bool ofFloors = of("at most") == trusted;
             const double ratio = ofFloors ? std::max(of("ratio"), 1 / of("ratio")) : of("ratio");
             const double seconds = of("seconds");
             char note[96];
             std::snprintf(note, sizeof note, "%.1f us, floor %.1f us, %.0f frames per CPU second",
                           seconds * 1e6, of("seconds of floor") * 1e6, of("frames") / seconds);
             const bool holds = Program::printFigure(run.run_name.function_name, ratio,
-                                                    of("at least"), of("aim"), note);
+                                                    of("at most"), of("aim"), note);
             valid = valid && (holds || !ofFloors);
         }
     }
@@ -100,9 +101,9 @@ template <typename Action> double threadSeconds(Action action)
     return cpuSeconds(CLOCK_THREAD_CPUTIME_ID) - before;
 }
 
-/// The pass of the loop that sends the 585 consecutive frames of a message of 4095 bytes: a select,
-/// two reads and the writes, to a pipe that nobody reads meanwhile. It takes them as it is, for the
-/// kernel puts small writes together on a page.
+/// The pass of the loop that sends the 585 consecutive frames of a message of 4095 bytes: a select, two
+/// reads, and the writes to a pipe that nobody reads meanwhile. The pipe takes all of them, because the
+/// kernel merges small writes on one page.
 Side burstOfFrames()
 {
     const auto endpoint = std::make_shared<HandDriven>();
@@ -113,7 +114,7 @@ Side burstOfFrames()
     };
 }
 
-/// The writes alone, of records that stand ready in a row.
+/// Only the writes, of prepared records.
 Side burstOfWrites()
 {
     return [pipe = std::make_shared<Pipe>(), records = frames(longestMessage)] {
@@ -127,14 +128,14 @@ Side burstOfWrites()
     };
 }
 
-/// `messages` of that size, shared out among `count` lines.
-Create transfers(std::size_t count, const std::function<std::unique_ptr<Line>()>& create,
+/// Carries `messages` of that size, divided among `count` pairs of engines.
+Create transfers(std::size_t count, const std::function<std::unique_ptr<EnginePair>()>& create,
                  std::size_t size, long messages)
 {
     return [=] {
-        auto lines = std::make_shared<std::vector<std::unique_ptr<Line>>>();
-        std::generate_n(std::back_inserter(*lines), count, create);
-        return [=] { return carry(*lines, size, messages / static_cast<long>(count)); };
+        auto engines = std::make_shared<std::vector<std::unique_ptr<EnginePair>>>();
+        std::generate_n(std::back_inserter(*engines), count, create);
+        return [=] { return carry(*engines, size, messages / static_cast<long>(count)); };
     };
 }
 
@@ -152,8 +153,9 @@ void addAll()
                  2000);
     addWithFloor("4095 bytes acknowledged / bare engine", frames, bare(longestMessage, 20),
                  transfers(1, endpoints, longestMessage, 20), 1.12, 1.06, 100);
-    addWithFloor("7 bytes acknowledged / bare engine", 2, bare(7, 500),
-                 transfers(1, endpoints, 7, 500), 1.15, 1.07, 200);
+    addWithFloor(
+        "7 bytes acknowledged / bare engine", 2, bare(CANTransportFrame::singleFrameBytes, 500),
+        transfers(1, endpoints, CANTransportFrame::singleFrameBytes, 500), 1.15, 1.07, 200);
     add("CPU time of a frame, 10 pairs / 1 pair", frames, pairs(1), pairs(10), 1.15, 1, 24);
     add("CPU time of a frame, 100 pairs / 1 pair", frames, pairs(1), pairs(100), 1.15, 1, 24);
     add("CPU time of a frame, 500 pairs / 1 pair", frames, pairs(1), pairs(500), 1.15, 1, 24);
@@ -166,17 +168,17 @@ void raiseDescriptorLimit()
     getrlimit(RLIMIT_NOFILE, &limit);
     limit.rlim_cur = 4200;
     if (setrlimit(RLIMIT_NOFILE, &limit) == -1) {
-        Program::fail("500 pairs want a hard limit of 4200 descriptors");
+        Program::fail("500 pairs need a hard limit of 4200 descriptors");
     }
 }
 
 } // namespace
 
-/// Prints the ratios of times, each with the CPU times of one message or burst. Belongs on one CPU
-/// under the batch scheduler. Exits with 3 if they cannot be trusted.
+/// Prints the ratios of times, each with the CPU times of one message or burst. To be run on one CPU
+/// under the batch scheduler. Exits with 3 if the ratios are not valid.
 int main()
 {
-    std::cout.setstate(std::ios_base::failbit); // no lines of endpoints between the rows
+    std::cout.setstate(std::ios_base::failbit); // no log lines between the rows
     Program::startIdleThread();
     raiseDescriptorLimit();
     addAll();

@@ -1,6 +1,6 @@
 #include "velk/CANTransportClient.h"
 
-#include "ClientEngine.h"
+#include "Mover.h"
 
 #include <utility>
 
@@ -11,8 +11,71 @@ CANTransportClient::BusLost::BusLost(const std::string& bus)
 
 CANTransportClient::BusLost::~BusLost() = default;
 
+/// What a client has for its whole life, and its connection.
+class CANTransportClient::Core {
+public:
+    Core(std::string busName, Options clientOptions)
+        : bus(std::move(busName)),
+          options(std::move(clientOptions)),
+          log(options.log, tally),
+          queue(bus, options, wakeup, tally)
+    {
+        constexpr std::uint32_t largestId = 0x7FF;
+        if (options.sendId > largestId || options.receiveId > largestId) {
+            throwVelkException("got the ids ", options.sendId, " and ", options.receiveId,
+                               ", expected ids up to ", largestId);
+        }
+        connect();
+    }
+
+    ~Core()
+    {
+        const UncancellableScope whole;
+        const std::lock_guard<std::mutex> order(lifecycle);
+        queue.close();
+        mover.reset();
+    }
+    Core(const Core&) = delete;
+    Core& operator=(const Core&) = delete;
+
+    void reconnect()
+    {
+        const UncancellableScope whole;
+        const std::lock_guard<std::mutex> order(lifecycle);
+        queue.endAll(SendResult::cancelled);
+        mover.reset();
+        queue.endAll(SendResult::cancelled); // what came meanwhile
+        try {
+            connect();
+        } catch (const std::exception&) {
+            queue.lose();
+            throw;
+        }
+    }
+
+    const std::string bus;
+    const Options options;
+    Tally tally;
+    LogLimiter log;
+    const Wakeup wakeup; ///< Of the mover.
+    RequestQueue queue;
+
+private:
+    void connect()
+    {
+        auto link = openLink(bus, options.receiveId, tally);
+        queue.open();
+        mover = std::make_unique<Mover>(
+            std::move(link), Mover::Surroundings{options, wakeup, queue, filter, log, tally});
+    }
+
+    StatusFilter filter;
+    std::mutex lifecycle; ///< Serialises reconnect() and the destructor.
+    std::unique_ptr<Mover> mover;
+};
+
 CANTransportClient::CANTransportClient(std::string bus, Options options)
-    : engine(std::make_unique<ClientEngine>(std::move(bus), std::move(options)))
+    : core(std::make_unique<Core>(std::move(bus), std::move(options)))
 {
 }
 
@@ -20,21 +83,38 @@ CANTransportClient::~CANTransportClient() = default;
 
 CANTransportClient::SendResult CANTransportClient::send(const Bytes& message)
 {
-    return engine->send(message, std::nullopt);
+    return core->queue.send(message, Clock::time_point::max());
 }
 
 CANTransportClient::SendResult CANTransportClient::send(const Bytes& message,
                                                         Clock::time_point deadline)
 {
-    return engine->send(message, deadline);
+    return core->queue.send(message, deadline);
 }
 
 std::optional<CANTransportClient::Message>
 CANTransportClient::receive(std::chrono::milliseconds timeout)
 {
-    return engine->receive(timeout);
+    return core->queue.receive(timeout);
 }
 
-void CANTransportClient::cancel() { engine->cancel(); }
+void CANTransportClient::cancel() { core->queue.endAll(SendResult::cancelled); }
 
-void CANTransportClient::reconnect() { engine->reconnect(); }
+void CANTransportClient::reconnect() { core->reconnect(); }
+
+int CANTransportClient::descriptor() { return core->queue.descriptor(); }
+
+std::optional<CANTransportClient::Event> CANTransportClient::next() { return core->queue.next(); }
+
+std::optional<CANTransportClient::Ticket> CANTransportClient::submit(Bytes message)
+{
+    return core->queue.submit(std::move(message), Clock::time_point::max());
+}
+
+std::optional<CANTransportClient::Ticket> CANTransportClient::submit(Bytes message,
+                                                                     Clock::time_point deadline)
+{
+    return core->queue.submit(std::move(message), deadline);
+}
+
+CANTransportClient::Counters CANTransportClient::counters() const { return core->tally.values(); }

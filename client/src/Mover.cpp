@@ -1,17 +1,17 @@
-#include "ClientEngine.h"
+#include "Mover.h"
 
-#include "velk/Millisleep.h"
-#include "velk/VelkException.h"
-
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <exception>
+#include <system_error>
+#include <utility>
 
-#include <fcntl.h>
 #include <poll.h>
-#include <sys/eventfd.h>
-#include <sys/ioctl.h>
 
 namespace {
+
+using namespace std::chrono_literals;
 
 /// Threads that start meanwhile inherit it: no signal of the program is theirs to take.
 class AllSignalsBlocked {
@@ -32,252 +32,155 @@ private:
 
 } // namespace
 
-void ClientEngine::startMoving()
+Mover::Mover(std::unique_ptr<Link> openedLink, const Surroundings& outside)
+    : link(std::move(openedLink)),
+      around(outside),
+      answersDroppedBefore(around.tally.answersDropped),
+      framesDroppedBefore(around.tally.framesDropped),
+      gathering(around.options.gather)
 {
     const AllSignalsBlocked inherited;
+    openPort();
+    thread = std::thread(&Mover::run, this);
+}
+
+Mover::~Mover()
+{
+    stopping = true;
+    around.wakeup.set();
+    thread.join();
+}
+
+void Mover::run()
+{
     try {
-        link = std::make_unique<BusLink>(bus, options.receiveId);
-        frames = std::make_unique<TraceMessageBuffer>(link->descriptor(), nullptr);
-        const std::lock_guard<std::mutex> lock(mutex);
-        mover = std::thread(&ClientEngine::move, this);
-        lost = stopping = false;
-    } catch (const std::exception& error) {
-        link.reset();
-        const std::lock_guard<std::mutex> lock(mutex);
-        lost = true;
-        changed.notify_all();
-        VelkException exception;
-        exception << error.what();
-        throw exception;
-    }
-}
-
-void ClientEngine::stopMoving()
-{
-    {
-        const std::lock_guard<std::mutex> lock(mutex);
-        stopping = true;
-        giveUpAll();
-        wakeUp();
-    }
-    if (mover.joinable()) {
-        mover.join();
-    }
-}
-
-void ClientEngine::move()
-{
-    bool ordered = false;
-    try {
-        startEndpoint();
-        while (!ordered && waitForEvents()) {
-            ordered = !takeOrders();
+        while (pass()) {
         }
-        endEndpoint();
-    } catch (const std::exception&) { // no memory or no descriptor for an endpoint
-        if (endpoint) {
-            endpoint->stop();
-            endpoint.reset();
-        }
+        drain();
+    } catch (const std::exception& error) { // no memory, or no descriptor for a fresh endpoint
+        around.log.pass(LogUtil::Level::error, std::string("CANTransportClient: ") + error.what());
     }
-    {
-        const std::lock_guard<std::mutex> lock(mutex);
-        giveUpAll();
-        lost = !ordered;
-        changed.notify_all();
-    }
-    link.reset();
-}
-
-void ClientEngine::startEndpoint()
-{
-    endpoint = std::make_unique<CANTransportThread>(options.debugLevel);
-    endpoint->setConnection(link->descriptor());
-    endpoint->setSendCANid(options.sendId);
-    std::function<void(Status, unsigned short)> delegate =
-        [this](Status status, unsigned short value) { onStatus(status, value); };
-    endpoint->setDelegate(delegate);
-    endpoint->open(output, input);
-    fcntl(output, F_SETFL, O_NONBLOCK);
-    fcntl(input, F_SETFL, O_NONBLOCK);
-    messages = std::make_unique<TraceMessageBuffer>(output, nullptr);
-    pending.clear(); // its pipe must not begin within a record
-    recordBegun = false;
-    behindAStart = false;
-    endpoint->start();
-    const std::lock_guard<std::mutex> lock(mutex);
-    withdrawn = muted = false;
-}
-
-/// Nothing that has come is lost with it, and what has been handed out is acknowledged.
-void ClientEngine::endEndpoint()
-{
-    letEndpointFinish();
-    endpoint->stop();
-    int left = 0;
-    do {
-        messages->read();
-        takeMessages(SIZE_MAX);
-    } while (ioctl(output, FIONREAD, &left) == 0 && left > 0);
-    messages.reset();
-    endpoint.reset();
-}
-
-/// A stop could fall between a delivery and its acknowledgement. What comes when the endpoint has read
-/// everything, it reads behind both: here the beginning of a record that never ends.
-void ClientEngine::letEndpointFinish()
-{
-    int leftMs = 500; // it may stand in a write that nobody takes
-    for (; recordBegun && leftMs > 0; --leftMs) {
-        millisleep(1);
-        feedEndpoint();
-    }
-    waitUntilRead(leftMs);
-    if (!recordBegun && write(input, "\xA3", 1) == 1) {
-        waitUntilRead(leftMs);
+    port.reset();
+    if (!stopping) {
+        around.queue.lose();
     }
 }
 
-void ClientEngine::waitUntilRead(int& leftMs) const
+/// @return false at the end, of the bus or of the client.
+bool Mover::pass()
 {
-    int unread = 0;
-    while (leftMs > 0 && ioctl(input, FIONREAD, &unread) == 0 && unread > 0) {
-        millisleep(1);
-        --leftMs;
-    }
-}
-
-bool ClientEngine::takeOrders()
-{
-    bool fresh = false;
-    {
-        const std::lock_guard<std::mutex> lock(mutex);
-        if (stopping) {
+    now = Clock::now();
+    bool more = true;
+    while (more) { // what the gate had no room for may have room when frames have left
+        const bool full = !takeFromEndpoint();
+        if (!sendToBus()) {
             return false;
         }
-        // Whoever gave a message up has no part in what becomes of it, and of what a muted endpoint
-        // gives up nobody would hear. What the old one has delivered needs room first.
-        fresh = hasRoom() && (withdrawn || (muted && !waiting.empty()));
+        more = full && !gate.full();
     }
-    if (fresh) {
-        endEndpoint();
-        startEndpoint();
+    if (const auto answer = gate.released(now)) {
+        port->addFrame(*answer);
     }
+    takeMessages();
+    abandonWithdrawn();
     handOver();
-    return true;
+    port->feed();
+    countGate();
+    return !isOver() && wait();
 }
 
-void ClientEngine::handOver()
+void Mover::openPort()
 {
-    const std::lock_guard<std::mutex> lock(mutex);
-    if (underWay == nullptr && !waiting.empty() && !withdrawn && !muted) {
-        underWay = waiting.front();
-        waiting.pop_front();
-        CANTransportTraceMessage(underWay->message).createByteArray(pending, true, true);
+    if (port) {
+        drain();
+        port.reset();
     }
+    port = std::make_unique<EndpointPort>(around.options, around.log);
+    muted = false;
+    startHeard = false;
+    gate.reset();
 }
 
-/// @return false at the end of the bus.
-bool ClientEngine::waitForEvents()
+/// Waits for something to do. @return false at the end, of the bus or of the client.
+bool Mover::wait()
 {
-    feedEndpoint();
-    const bool room = takeMessages(options.queueLength);
-    // An endpoint that is held up takes nothing, but the end of the bus has to be seen.
-    const auto ofLink = static_cast<short>(POLLRDHUP | (pending.empty() ? POLLIN : 0));
-    pollfd waits[] = {{wake.get(), POLLIN, 0},
-                      {pending.empty() || !room ? link->descriptor() : -1, ofLink, 0},
-                      {pending.empty() ? -1 : input, POLLOUT, 0},
-                      {room ? output : -1, POLLIN, 0}};
-    poll(waits, std::size(waits), -1);
-    if (waits[0].revents != 0) {
-        eventfd_t count = 0;
-        eventfd_read(wake.get(), &count);
+    const bool room = around.queue.hasRoom();
+    const auto onlyIf = [](bool wanted, short events) { return wanted ? events : short{0}; };
+    // A client that is behind takes nothing from the bus, but has to see its end.
+    const bool takes = (room || stage != Stage::none) && !port->isBehind() &&
+                       (now >= gatherEnd || stage != Stage::none);
+    pollfd wakeup{around.wakeup.descriptor(), POLLIN, 0};
+    pollfd bus{link->descriptor(),
+               static_cast<short>(POLLRDHUP | onlyIf(takes, POLLIN) | onlyIf(linkBlocked, POLLOUT)),
+               0};
+    pollfd input{port->isBehind() ? port->inputDescriptor() : -1, POLLOUT, 0};
+    pollfd output{gate.full() ? -1 : port->outputDescriptor(), POLLIN, 0};
+    pollfd messages{room ? port->messageDescriptor() : -1, POLLIN, 0};
+    pollfd all[] = {wakeup, bus, input, output, messages};
+    const auto until = nextEvent();
+    const auto left = std::chrono::ceil<std::chrono::nanoseconds>(until - Clock::now());
+    const auto nanoseconds = std::max<std::chrono::nanoseconds>(left, 0ns).count();
+    const timespec limit{static_cast<time_t>(nanoseconds / 1'000'000'000),
+                         static_cast<long>(nanoseconds % 1'000'000'000)};
+    if (ppoll(all, std::size(all), until == Clock::time_point::max() ? nullptr : &limit, nullptr) ==
+            -1 &&
+        errno != EINTR) {
+        throw std::system_error(errno, std::generic_category(), "poll");
     }
-    if (waits[3].revents != 0) {
-        messages->read();
+    const auto [ofWakeup, ofBus, ofInput, ofOutput, ofMessages] = all;
+    if (ofWakeup.revents != 0) {
+        around.wakeup.clear();
     }
-    if ((waits[1].revents & (POLLHUP | POLLRDHUP | POLLERR)) != 0 && link->atEnd()) {
+    if (ofOutput.revents != 0) {
+        port->readOutput();
+    }
+    if (ofMessages.revents != 0) {
+        port->readMessages();
+    }
+    now = Clock::now();
+    const bool ended = (ofBus.revents & (POLLERR | POLLHUP | POLLRDHUP)) != 0;
+    const bool readable = (ofBus.revents & POLLIN) != 0;
+    if ((readable || ended) && !takeFromBus()) {
         return false;
     }
-    return waits[1].revents == 0 || takeFrames();
+    return !isOver();
 }
 
-/// A socket of packets gives one record for each read; those that wait are taken together.
-bool ClientEngine::takeFrames()
+/// A message that is on its way is waited for: its late answer could end the first one of the next
+/// connection.
+bool Mover::isOver() const
 {
-    constexpr std::size_t enough = 32768;
-    int left = 0;
+    return stopping && stage != Stage::withEndpoint && stage != Stage::abandoned;
+}
+
+Mover::Clock::time_point Mover::nextEvent()
+{
+    auto time = around.queue.expire(now);
+    const auto include = [&](Clock::time_point candidate) {
+        if (candidate > now) { // what is past waits for something else
+            time = std::min(time, candidate);
+        }
+    };
+    include(gate.wakeAt(now));
+    include(linkPause);
+    if (stage == Stage::none) {
+        include(gatherEnd);
+    }
+    if (stage == Stage::abandoned || stage == Stage::resting) {
+        include(stageEnd);
+    }
+    return time;
+}
+
+/// Nothing that the endpoint has acknowledged to the peer is lost with it.
+void Mover::drain()
+{
+    port->settle();
     do {
-        if (frames->read() == -1 && errno != ECONNRESET) { // behind a reset there may be packets
-            return false;
+        port->readMessages();
+        while (auto received = port->takeMessage()) {
+            around.queue.deliver(std::move(*received));
         }
-        parseFrames();
-    } while (pending.size() < enough && ioctl(link->descriptor(), FIONREAD, &left) == 0 &&
-             left > 0);
-    return true;
+    } while (port->hasUnreadMessages());
+    sendLastAnswers();
 }
-
-void ClientEngine::parseFrames()
-{
-    try {
-        while (const auto message = frames->getNextMessage()) {
-            const auto* const frame = dynamic_cast<const CANTraceMessageBase*>(message.get());
-            if (frame != nullptr && isForEndpoint(*frame)) {
-                frame->createByteArray(pending, true, true);
-            }
-        }
-    } catch (const VelkException&) { // bytes that are no frame
-    }
-}
-
-/// The rest of a burst that the endpoint before this one had begun to receive is left out: a refusal of
-/// each of its frames would use up all attempts of the peer at once.
-bool ClientEngine::isForEndpoint(const CANTraceMessageBase& frame)
-{
-    constexpr std::uint8_t longest = 8;
-    if (frame.canID != options.receiveId || frame.length > longest) {
-        return false;
-    }
-    const int kind = frame.data[0] >> 4;
-    behindAStart = behindAStart || kind == CANTransportThread::CTP_SINGLE_FRAME ||
-                   kind == CANTransportThread::CTP_FIRST_FRAME;
-    return behindAStart || kind != CANTransportThread::CTP_CONSECUTIVE_FRAME;
-}
-
-/// Frames and requests both go this way, so none gets into the middle of another.
-void ClientEngine::feedEndpoint()
-{
-    if (!pending.empty()) {
-        const ssize_t written = write(input, pending.data(), pending.size());
-        if (written > 0) {
-            pending.erase(pending.begin(), pending.begin() + written);
-            recordBegun = !pending.empty();
-        }
-    }
-}
-
-/// Takes what the endpoint has delivered, while less than `most` messages wait.
-/// @return whether there is room for more.
-bool ClientEngine::takeMessages(std::size_t most)
-{
-    const std::lock_guard<std::mutex> lock(mutex);
-    while (options.queueLength == 0 || received.size() < most) {
-        const auto message = messages->getNextMessage();
-        if (!message) {
-            return true;
-        }
-        if (options.queueLength != 0) {
-            auto& transport = static_cast<CANTransportTraceMessage&>(*message);
-            received.push_back({transport.canID, std::move(transport.payload)});
-            changed.notify_all();
-        }
-    }
-    return false;
-}
-
-bool ClientEngine::hasRoom() const
-{
-    return options.queueLength == 0 || received.size() < options.queueLength;
-}
-
-void ClientEngine::wakeUp() const { eventfd_write(wake.get(), 1); }

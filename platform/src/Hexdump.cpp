@@ -1,5 +1,7 @@
 #include "velk/Hexdump.h"
 
+#include "velk/LogStream.h"
+
 #include "HexText.h"
 
 #include <algorithm>
@@ -22,21 +24,21 @@ void hexdump(std::ostream& stream, const unsigned char* begin, const unsigned ch
 {
     const std::size_t width = bytesPerLine == 0 ? 16 : bytesPerLine;
     const auto size = static_cast<std::size_t>(end - begin);
+    LogStream lines(stream);
     for (std::size_t offset = 0; offset < size; offset += width) {
         const std::size_t count = std::min(width, size - offset);
-        std::string line = prefix;
+        lines << prefix;
         if (offsetStyle == HEXDUMP_OFFSET) {
-            line += ' ' + hexText(offset, 4) + ':';
+            lines << ' ' << hexText(offset, 4) << ':';
         }
-        std::string text;
-        for (std::size_t i = 0; i < count; ++i) {
-            line += ' ' + hexText(begin[offset + i], 2);
-            text += printable(begin[offset + i]);
+        for (std::size_t i = offset; i < offset + count; ++i) {
+            lines << ' ' << hexText(begin[i], 2);
         }
         if (textColumn) {
-            line += std::string(3 * (width - count) + 2, ' ') + text;
+            lines << std::string(3 * (width - count) + 2, ' ');
+            std::for_each_n(begin + offset, count,
+                            [&](unsigned char byte) { lines << printable(byte); });
         }
-        stream << line << '\n';
+        lines << '\n';
     }
-    stream.flush();
 }

@@ -1,20 +1,30 @@
 #include "velk/LogUtil.h"
 
+#include "velk/LogStream.h"
+
 #include <cstdio>
 #include <iostream>
-#include <string>
+#include <new>
 #include <system_error>
 
 namespace LogUtil {
 
 std::mutex logMutex;
 
+std::string errorText(int error)
+{
+    // generic_category: another thread's strerror() cannot change the text.
+    return "errno " + std::to_string(error) + ": " + std::generic_category().message(error);
+}
+
 void printError(int error)
 {
-    // std::to_string and generic_category: neither a format flag of the stream nor another
-    // thread's strerror() can change what is written.
-    std::cerr << "errno " + std::to_string(error) + ": " + std::generic_category().message(error)
-              << std::endl;
+    LogStream line(std::cerr);
+    try {
+        line << errorText(error) << '\n';
+    } catch (const std::bad_alloc&) {
+        line << "errno " << error << '\n';
+    }
 }
 
 } // namespace LogUtil

@@ -1,6 +1,7 @@
 #include "velk/Thread.h"
 
 #include "velk/CancellableScope.h"
+#include "velk/LogStream.h"
 #include "velk/LogUtil.h"
 #include "velk/Millisleep.h"
 #include "velk/VelkException.h"
@@ -10,19 +11,13 @@
 #include <cstring>
 #include <exception>
 #include <iostream>
+#include <string>
 
-#include <cxxabi.h>
 #include <unistd.h>
 
 namespace {
 
 constexpr int pauseAfterExceptionMs = 10;
-
-void logException(const char* text)
-{
-    const std::lock_guard<std::mutex> lock(LogUtil::logMutex);
-    std::cerr << "[ERROR] Thread::threadCode() left by an exception: " << text << std::endl;
-}
 
 void blockSigpipe()
 {
@@ -47,10 +42,11 @@ void Thread::start()
 {
     throwIfOwnThread("start");
     const std::lock_guard<std::mutex> lock(lifecycle);
+    if (obstacle != nullptr) {
+        throwVelkException("Thread::start(): ", obstacle);
+    }
     if (alive) {
-        VelkException error;
-        error << "Thread::start(): the thread is running already";
-        throw error;
+        throwVelkException("Thread::start(): the thread is running already");
     }
     if (joinable) {
         pthread_join(handle, nullptr);
@@ -60,9 +56,7 @@ void Thread::start()
     const int result = pthread_create(&handle, nullptr, &Thread::entry, this);
     if (result != 0) {
         alive = false;
-        VelkException error;
-        error << "Thread::start(): failed to create the thread: " << std::strerror(result);
-        throw error;
+        throwVelkException("Thread::start(): failed to create the thread: ", std::strerror(result));
     }
     joinable = true;
 }
@@ -82,10 +76,22 @@ void Thread::stop()
 void Thread::throwIfOwnThread(const char* operation) const
 {
     if (threadId == gettid()) {
-        VelkException error;
-        error << "Thread::" << operation << "(): called from the thread itself";
-        throw error;
+        throwVelkException("Thread::", operation, "(): called from the thread itself");
     }
+}
+
+void Thread::logException(const char* text) const
+{
+    constexpr const char* what = "Thread::threadCode() left by an exception: ";
+    if (logSink) {
+        try {
+            logSink(LogUtil::Level::error, std::string(what) + text);
+        } catch (...) { // the line is lost
+        }
+        return;
+    }
+    const std::lock_guard<std::mutex> lock(LogUtil::logMutex);
+    LogStream(std::cerr) << "[ERROR] " << what << text << '\n';
 }
 
 void* Thread::entry(void* thread)
@@ -115,7 +121,7 @@ void Thread::runThreadCode()
         try {
             threadCode();
             return;
-        } catch (const abi::__forced_unwind&) {
+        } catch (const ThreadCancellation&) {
             throw; // a stop, no exception
         } catch (const std::exception& error) {
             logException(error.what());

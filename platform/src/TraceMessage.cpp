@@ -1,13 +1,14 @@
 #include "velk/TraceMessage.h"
 
+#include "velk/TraceRecord.h"
+
 #include "HexText.h"
-#include "TraceFormat.h"
 
 #include <algorithm>
 #include <ostream>
 #include <utility>
 
-using TraceFormat::put;
+using TraceRecord::put;
 
 MessageBase::MessageBase(msgid_t messageId, unsigned long long timeStampValue)
     : id(messageId),
@@ -30,28 +31,25 @@ void MessageBase::createByteArray(std::vector<unsigned char>& bytes, bool withHe
         bytes.clear();
     }
     const std::size_t start = bytes.size();
-    const std::size_t header = withHeader ? TraceFormat::headerSize : 0;
+    const std::size_t header = withHeader ? TraceRecord::headerSize : 0;
     const std::size_t body = bodySize();
     bytes.resize(start + header + body);
     unsigned char* record = bytes.data() + start;
     if (withHeader) {
-        put(record, TraceFormat::marker);
-        put(record + TraceFormat::idOffset, id);
-        put(record + TraceFormat::lengthOffset, static_cast<std::uint32_t>(header + body));
-        put(record + TraceFormat::timeStampOffset, timeStamp);
+        TraceRecord::encodeHeader(record, id, header + body, timeStamp);
     }
     writeBody(record + header);
 }
 
 std::size_t MessageBase::bodySize() const
 {
-    return std::max(rawBytes.size(), TraceFormat::headerSize) - TraceFormat::headerSize;
+    return std::max(rawBytes.size(), TraceRecord::headerSize) - TraceRecord::headerSize;
 }
 
 void MessageBase::writeBody(unsigned char* body) const
 {
-    if (rawBytes.size() > TraceFormat::headerSize) {
-        std::copy(rawBytes.begin() + TraceFormat::headerSize, rawBytes.end(), body);
+    if (rawBytes.size() > TraceRecord::headerSize) {
+        std::copy(rawBytes.begin() + TraceRecord::headerSize, rawBytes.end(), body);
     }
 }
 
@@ -78,19 +76,13 @@ std::ostream& CANTraceMessageBase::print(std::ostream& stream) const
 
 std::size_t CANTraceMessageBase::bodySize() const
 {
-    return TraceFormat::canDataOffset + std::min<std::size_t>(length, maxDataLength);
+    return TraceRecord::frameDataOffset + std::min<std::size_t>(length, maxDataLength);
 }
 
 void CANTraceMessageBase::writeBody(unsigned char* body) const
 {
-    const auto count = std::min<std::uint8_t>(length, maxDataLength);
-    body[0] = reservedByte1;
-    put(body + 1, reservedWord1);
-    body[5] = reservedByte2;
-    put(body + 6, reservedWord2);
-    body[TraceFormat::canLengthOffset] = count;
-    put(body + TraceFormat::canIdOffset, canID);
-    std::copy_n(data, count, body + TraceFormat::canDataOffset);
+    TraceRecord::encodeFrame(body, {canID, std::min<std::uint8_t>(length, maxDataLength), data,
+                                    reservedByte1, reservedWord1, reservedByte2, reservedWord2});
 }
 
 CANTraceMessage::CANTraceMessage(std::uint32_t frameCanID, const unsigned char* frameData,
@@ -113,16 +105,8 @@ void CANExtTraceMessage::writeClassicRecord(unsigned char* record, std::uint32_t
                                             const unsigned char* frameData)
 {
     constexpr std::uint8_t dataLength = 8;
-    static_assert(classicRecordSize ==
-                  TraceFormat::headerSize + TraceFormat::canDataOffset + dataLength);
-    std::fill_n(record, classicRecordSize, static_cast<unsigned char>(0));
-    put(record, TraceFormat::marker);
-    put(record + TraceFormat::idOffset, CAN_EXT_TRACE_MSG);
-    put(record + TraceFormat::lengthOffset, static_cast<std::uint32_t>(classicRecordSize));
-    unsigned char* body = record + TraceFormat::headerSize;
-    body[TraceFormat::canLengthOffset] = dataLength;
-    put(body + TraceFormat::canIdOffset, frameCanID);
-    std::copy_n(frameData, dataLength, body + TraceFormat::canDataOffset);
+    static_assert(classicRecordSize == TraceRecord::frameSize(dataLength));
+    TraceRecord::encodeFrameRecord(record, {frameCanID, dataLength, frameData, 0, 0, 0, 0});
 }
 
 std::ostream& operator<<(std::ostream& stream, const CANExtTraceMessage& message)
@@ -157,12 +141,12 @@ std::ostream& CANTransportTraceMessage::print(std::ostream& stream) const
 
 std::size_t CANTransportTraceMessage::bodySize() const
 {
-    return TraceFormat::transportPayloadOffset + payload.size();
+    return TraceRecord::transportPayloadOffset + payload.size();
 }
 
 void CANTransportTraceMessage::writeBody(unsigned char* body) const
 {
     put(body, canID);
-    put(body + TraceFormat::transportWordOffset, reservedWord);
-    std::copy(payload.begin(), payload.end(), body + TraceFormat::transportPayloadOffset);
+    put(body + TraceRecord::transportWordOffset, reservedWord);
+    std::copy(payload.begin(), payload.end(), body + TraceRecord::transportPayloadOffset);
 }

@@ -2,77 +2,52 @@
 
 #include "velk/VelkException.h"
 
-#include "TraceFormat.h"
+#include "TraceParser.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <string>
+#include <utility>
 
 #include <unistd.h>
 
-using TraceFormat::get;
-using TraceFormat::headerSize;
+using TraceRecord::get;
 
 namespace {
 
 constexpr std::size_t readSize = 65536;
 constexpr std::size_t idleCapacity = 512; ///< Kept while nothing waits; more is given back.
 constexpr std::size_t decisiveSize = 8;   ///< Marker, id and length: enough to judge a header.
-constexpr unsigned char markerStart = TraceFormat::marker & 0xFF;
-constexpr std::size_t longestSent = headerSize + TraceFormat::transportPayloadOffset + 4095;
+/// Record of the longest message that the transport carries.
+constexpr std::size_t longestSent =
+    TraceRecord::transportSize(CANTransportTraceMessage::maxPayload);
+
+// Marker, id and length of the record of a frame with 8 data bytes, as one number.
+constexpr std::uint8_t classicLength = TraceMessageBuffer::classicDataLength;
+constexpr std::size_t classicSize = TraceRecord::frameSize(classicLength);
+constexpr std::uint64_t classicStart =
+    TraceRecord::marker | std::uint64_t{CAN_EXT_TRACE_MSG} << 8 * TraceRecord::idOffset |
+    std::uint64_t{classicSize} << 8 * TraceRecord::lengthOffset;
 
 bool lengthFitsId(msgid_t id, std::size_t length)
 {
-    if (TraceFormat::isCanFrame(id)) {
-        constexpr std::size_t shortest = headerSize + TraceFormat::canDataOffset;
-        return length >= shortest && length <= shortest + CANTraceMessageBase::maxDataLength;
+    if (TraceRecord::isFrame(id)) {
+        return length >= TraceRecord::frameSize(0) &&
+               length <= TraceRecord::frameSize(CANTraceMessageBase::maxDataLength);
     }
-    const std::size_t body =
-        id == CAN_TRANSPORT_TRACE_MSG ? TraceFormat::transportPayloadOffset : 0;
-    return length >= headerSize + body && length <= TraceFormat::maxRecordSize;
+    const bool transport = id == CAN_TRANSPORT_TRACE_MSG;
+    return length >= (transport ? TraceRecord::transportSize(0) : TraceRecord::headerSize) &&
+           length <= TraceRecord::maxSize;
 }
 
-bool bodyFitsId(msgid_t id, const unsigned char* record, std::size_t length)
+bool bodyFitsId(const TraceRecord::View& record)
 {
-    return !TraceFormat::isCanFrame(id) ||
-           length == headerSize + TraceFormat::canDataOffset +
-                         record[headerSize + TraceFormat::canLengthOffset];
+    return !record.isFrame() || record.size == TraceRecord::frameSize(record.frame().length);
 }
 
 std::unique_lock<std::mutex> lockIfGiven(std::mutex* mutex)
 {
     return mutex != nullptr ? std::unique_lock<std::mutex>(*mutex) : std::unique_lock<std::mutex>();
-}
-
-template <typename Frame> std::unique_ptr<MessageBase> parseFrame(const unsigned char* record)
-{
-    const unsigned char* body = record + headerSize;
-    auto frame = std::make_unique<Frame>(get<std::uint32_t>(body + TraceFormat::canIdOffset),
-                                         body + TraceFormat::canDataOffset,
-                                         body[TraceFormat::canLengthOffset]);
-    frame->reservedByte1 = body[0];
-    frame->reservedWord1 = get<std::uint32_t>(body + 1);
-    frame->reservedByte2 = body[5];
-    frame->reservedWord2 = get<std::uint32_t>(body + 6);
-    return frame;
-}
-
-std::unique_ptr<MessageBase> parseTransport(const unsigned char* record, std::size_t length)
-{
-    const unsigned char* body = record + headerSize;
-    auto message = std::make_unique<CANTransportTraceMessage>(
-        std::vector<unsigned char>(body + TraceFormat::transportPayloadOffset, record + length),
-        get<std::uint32_t>(body));
-    message->reservedWord = get<std::uint32_t>(body + TraceFormat::transportWordOffset);
-    return message;
-}
-
-std::unique_ptr<MessageBase> parseUnknown(msgid_t id, const unsigned char* record,
-                                          std::size_t length)
-{
-    auto message = std::make_unique<MessageBase>(id);
-    message->rawBytes.assign(record, record + length);
-    return message;
 }
 
 } // namespace
@@ -93,31 +68,52 @@ int TraceMessageBuffer::read()
     }
     unsigned char chunk[readSize];
     const ssize_t count = ::read(fd, chunk, sizeof chunk);
-    if (count == -1) {
-        return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR ? 0 : -1;
+    ended = count == 0;
+    if (count <= 0) {
+        const int error = errno;
+        releaseMemory();
+        errno = error;
+        const bool nothing = ended || error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
+        return nothing ? 0 : -1;
     }
-    // No complete record waits, so what is kept in front of the new bytes is less than one.
+    // No complete record waits, so what is kept before the new bytes is less than one.
     bytes.erase(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(first));
     first = 0;
     bytes.insert(bytes.end(), chunk, chunk + count);
+    if (toSkip > 0) {
+        skip();
+    }
     return 0;
+}
+
+bool TraceMessageBuffer::atEnd() const
+{
+    const auto lock = lockIfGiven(guard);
+    return ended;
 }
 
 std::unique_ptr<MessageBase> TraceMessageBuffer::getNextMessage()
 {
     const auto lock = lockIfGiven(guard);
     if (findRecord()) {
-        auto message = parse(bytes.data() + first, found);
+        auto message = parseRecord(viewOfFound());
         consume(found);
         return message;
     }
-    if (dropped > 0) {
-        VelkException error;
-        error << "dropped " + std::to_string(dropped) + " bytes that are no trace message";
-        dropped = 0;
-        throw error;
-    }
+    throwIfDropped();
     return nullptr;
+}
+
+bool TraceMessageBuffer::getNextRecord(TraceRecord::View& record)
+{
+    const auto lock = lockIfGiven(guard);
+    if (findRecord()) {
+        record = viewOfFound();
+        consume(found);
+        return true;
+    }
+    throwIfDropped();
+    return false;
 }
 
 bool TraceMessageBuffer::getNextFrame(std::uint32_t& canID, std::uint8_t& length,
@@ -127,19 +123,20 @@ bool TraceMessageBuffer::getNextFrame(std::uint32_t& canID, std::uint8_t& length
     if (!findRecord()) {
         return false;
     }
-    const unsigned char* record = bytes.data() + first;
-    const unsigned char* body = record + headerSize;
-    if (!TraceFormat::isCanFrame(get<msgid_t>(record + TraceFormat::idOffset)) ||
-        body[TraceFormat::canLengthOffset] > classicDataLength) {
+    const TraceRecord::View record = viewOfFound();
+    if (!record.isFrame()) {
         return false;
     }
-    canID = get<std::uint32_t>(body + TraceFormat::canIdOffset);
-    length = body[TraceFormat::canLengthOffset];
-    const unsigned char* source = body + TraceFormat::canDataOffset;
+    const TraceRecord::FrameBody frame = record.frame();
+    if (frame.length > classicDataLength) {
+        return false;
+    }
+    canID = frame.canID;
+    length = frame.length;
     if (length == classicDataLength) { // in one piece
-        std::copy_n(source, classicDataLength, data);
+        std::copy_n(frame.data, classicDataLength, data);
     } else {
-        std::fill(std::copy_n(source, length, data), data + classicDataLength, '\0');
+        std::fill(std::copy_n(frame.data, length, data), data + classicDataLength, '\0');
     }
     consume(found);
     return true;
@@ -148,11 +145,17 @@ bool TraceMessageBuffer::getNextFrame(std::uint32_t& canID, std::uint8_t& length
 bool TraceMessageBuffer::empty() const
 {
     const auto lock = lockIfGiven(guard);
-    return bytes.empty() && dropped == 0;
+    return bytes.empty() && dropped == 0 && skipped == 0;
 }
 
-/// Moves on to the next complete record, dropping what cannot be one. What was found to be a complete
-/// record behind another one is not judged again.
+TraceRecord::View TraceMessageBuffer::viewOfFound() const
+{
+    const unsigned char* record = bytes.data() + first;
+    return {get<msgid_t>(record + TraceRecord::idOffset), record, found};
+}
+
+/// Moves on to the next complete record, dropping what cannot be one. A record that was found complete
+/// when the one before it was judged is not judged again.
 bool TraceMessageBuffer::findRecord()
 {
     while (found == 0) {
@@ -169,9 +172,28 @@ bool TraceMessageBuffer::findRecord()
                 return true;
             }
         }
-        dropGarbage();
+        if (verdict == Verdict::oversized) {
+            startSkipping();
+        } else {
+            dropGarbage();
+        }
     }
     return true;
+}
+
+void TraceMessageBuffer::startSkipping()
+{
+    toSkip = recordLength(first);
+    skipped += toSkip;
+    skip();
+}
+
+/// Leaves out what has come of an oversized request.
+void TraceMessageBuffer::skip()
+{
+    const std::size_t count = std::min(toSkip, bytes.size() - first);
+    toSkip -= count;
+    consume(count);
 }
 
 void TraceMessageBuffer::dropGarbage()
@@ -181,40 +203,65 @@ void TraceMessageBuffer::dropGarbage()
     consume(garbage);
 }
 
+void TraceMessageBuffer::throwIfDropped()
+{
+    std::string text;
+    if (const std::size_t count = std::exchange(dropped, 0); count > 0) {
+        text = "dropped " + std::to_string(count) + " bytes that are no trace message";
+    }
+    if (const std::size_t count = std::exchange(skipped, 0); count > 0) {
+        text += (text.empty() ? "" : ", ") + std::string("skipped ") + std::to_string(count) +
+                " bytes of requests that exceed " + std::to_string(TraceRecord::maxSize);
+    }
+    if (!text.empty()) {
+        throwVelkException(text);
+    }
+}
+
 TraceMessageBuffer::Verdict TraceMessageBuffer::inspect(std::size_t position) const
 {
     const unsigned char* record = bytes.data() + position;
     const std::size_t available = bytes.size() - position;
+    if (available >= classicSize && get<std::uint64_t>(record) == classicStart) { // nearly all are
+        return record[TraceRecord::headerSize + TraceRecord::frameLengthOffset] == classicLength
+                   ? Verdict::complete
+                   : Verdict::garbage;
+    }
     if (available < decisiveSize) {
         unsigned char start[2];
-        TraceFormat::put(start, TraceFormat::marker);
+        TraceRecord::put(start, TraceRecord::marker);
         const bool fits = std::equal(start, start + std::min<std::size_t>(available, 2), record);
         return fits ? Verdict::incomplete : Verdict::garbage;
     }
-    if (get<std::uint16_t>(record) != TraceFormat::marker) {
+    if (get<std::uint16_t>(record) != TraceRecord::marker) {
         return Verdict::garbage;
     }
-    const auto id = get<msgid_t>(record + TraceFormat::idOffset);
+    const auto id = get<msgid_t>(record + TraceRecord::idOffset);
     const std::size_t length = recordLength(position);
     if (!lengthFitsId(id, length)) {
-        return Verdict::garbage;
+        const bool request = id == CAN_TRANSPORT_TRACE_MSG && length > TraceRecord::maxSize;
+        return request ? Verdict::oversized : Verdict::garbage;
     }
     if (available < length) {
         return Verdict::incomplete;
     }
-    return bodyFitsId(id, record, length) ? Verdict::complete : Verdict::garbage;
+    return bodyFitsId({id, record, length}) ? Verdict::complete : Verdict::garbage;
 }
 
-/// A record whose writer was cut off takes the beginning of the next one for its own end. It shows by
-/// what follows: no header stands where the next record should begin, but one stands inside whose
-/// record goes on beyond. (A record that lies wholly inside is a message's own content.)
-/// @param end of the record at `first`, where no header stands.
+/// A record whose writer was cut off takes the start of the next one for its own end. What follows shows
+/// it: there is no header where the next record should start, but there is one inside whose record goes
+/// on beyond the end. (A record that lies wholly inside is a message's own content.)
+/// @param end of the record at `first`, where there is no header.
 bool TraceMessageBuffer::swallowsARecord(std::size_t end) const
 {
     // No sender writes a longer record, and the bound keeps nested headers from costing more and more.
     const std::size_t from = end - std::min(end - first - 1, longestSent);
     for (std::size_t position = from; position < end; ++position) {
-        if (bytes[position] == markerStart && inspect(position) != Verdict::garbage &&
+        if (bytes[position] != TraceRecord::firstByte) {
+            continue;
+        }
+        const Verdict verdict = inspect(position);
+        if ((verdict == Verdict::complete || verdict == Verdict::incomplete) &&
             (bytes.size() - position < decisiveSize || position + recordLength(position) > end)) {
             return true;
         }
@@ -222,7 +269,7 @@ bool TraceMessageBuffer::swallowsARecord(std::size_t end) const
     return false;
 }
 
-/// The next position behind `first` where a record can stand, or the end of the bytes.
+/// @return the next position after `first` where a record can start, or the end of the bytes.
 std::size_t TraceMessageBuffer::nextCandidate() const
 {
     std::size_t position = first + 1;
@@ -234,7 +281,7 @@ std::size_t TraceMessageBuffer::nextCandidate() const
 
 std::size_t TraceMessageBuffer::recordLength(std::size_t position) const
 {
-    return get<std::uint32_t>(bytes.data() + position + TraceFormat::lengthOffset);
+    return get<std::uint32_t>(bytes.data() + position + TraceRecord::lengthOffset);
 }
 
 void TraceMessageBuffer::consume(std::size_t count)
@@ -243,41 +290,15 @@ void TraceMessageBuffer::consume(std::size_t count)
     found = 0;
     first += count;
     if (first == bytes.size()) {
-        becomeEmpty();
+        first = 0;
+        bytes.clear(); // a record that was returned stays where it is
     }
 }
 
-void TraceMessageBuffer::becomeEmpty()
+/// When no more input waits: a record that was returned before is not valid any more.
+void TraceMessageBuffer::releaseMemory()
 {
-    first = 0;
-    bytes.clear();
-    if (bytes.capacity() > idleCapacity) {
+    if (bytes.empty() && bytes.capacity() > idleCapacity) {
         bytes.shrink_to_fit();
     }
-}
-
-std::unique_ptr<MessageBase> TraceMessageBuffer::parse(const unsigned char* record,
-                                                       std::size_t length) const
-{
-    const auto id = get<msgid_t>(record + TraceFormat::idOffset);
-    std::unique_ptr<MessageBase> message;
-    switch (id) {
-    case CAN_TRACE_MSG:
-        message = parseFrame<CANTraceMessage>(record);
-        break;
-    case CAN_EXT_TRACE_MSG:
-        message = parseFrame<CANExtTraceMessage>(record);
-        break;
-    case CAN_ALT_TRACE_MSG:
-        message = parseFrame<CANAltTraceMessage>(record);
-        break;
-    case CAN_TRANSPORT_TRACE_MSG:
-        message = parseTransport(record, length);
-        break;
-    default:
-        message = parseUnknown(id, record, length);
-        break;
-    }
-    message->timeStamp = get<unsigned long long>(record + TraceFormat::timeStampOffset);
-    return message;
 }

@@ -1,8 +1,7 @@
 #include "velk/CANTransportThread.h"
-
 #include "velk/CancellableScope.h"
 
-#include "thread/LogLine.h"
+#include "LogLine.h"
 
 #include <cerrno>
 #include <utility>
@@ -16,7 +15,7 @@ bool CANTransportThread::deliver(unsigned short canID)
     CANTransportTraceMessage message(std::move(receiveBuffer), canID);
     std::vector<unsigned char> bytes;
     message.createByteArray(bytes, true, false);
-    receiveBuffer = std::move(message.payload); // what it has grown to serves the next message
+    receiveBuffer = std::move(message.payload); // the next message reuses its capacity
     ssize_t written = 0;
     int error = 0;
     {
@@ -25,7 +24,7 @@ bool CANTransportThread::deliver(unsigned short canID)
         error = errno;
     }
     if (written == -1) {
-        LogLine::systemError("addReceivedData", "failed to write data to pipe: ", error);
+        logSystemError("addReceivedData", "failed to write data to pipe: ", error);
     }
     return written != -1;
 }

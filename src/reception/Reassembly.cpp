@@ -1,12 +1,13 @@
+#include "velk/CANTransportFrame.h"
 #include "velk/CANTransportThread.h"
 
-#include "reception/FrameFormat.h"
-#include "reception/ReceptionEnd.h"
-#include "thread/LogLine.h"
+#include "LogLine.h"
+#include "ReceptionEnd.h"
+#include "Timing.h"
 
 #include <algorithm>
 
-using namespace FrameFormat;
+using namespace CANTransportFrame;
 
 namespace {
 
@@ -20,29 +21,29 @@ unsigned short shortIdOf(const CANTransportThread::TPCANMsg& frame)
 void CANTransportThread::checkSingleFrame(TPCANMsg& frame)
 {
     if (debugLevel > 1) {
-        LogLine::debug("checkSingleFrame") << frame;
+        debugLine("checkSingleFrame") << frame;
     }
-    const auto length = static_cast<unsigned int>(lowNibbleOf(frame));
+    const unsigned int length = lowNibbleOf(frame.data);
     if (expectedFrame != EXPECT_FIRST_OR_SINGLE || length > singleFrameBytes) {
         showErrorAndClearBuffer(frame);
         return;
     }
     startReception(static_cast<int>(length));
     addReceivedData(shortIdOf(frame), &frame.data[1], length);
-    setSelectTimeout(1, 0);
+    setTimer(Timing::answerTimeout); // of a message that is being sent; without one, rest stops it
 }
 
 void CANTransportThread::checkFirstFrame(TPCANMsg& frame)
 {
     if (debugLevel > 1) {
-        LogLine::debug("checkFirstFrame") << frame;
+        debugLine("checkFirstFrame") << frame;
     }
     if (expectedFrame != EXPECT_FIRST_OR_SINGLE) {
         showErrorAndClearBuffer(frame);
         return;
     }
     sequenceCounter = 0;
-    startReception(announcedLengthOf(frame));
+    startReception(static_cast<int>(announcedLengthOf(frame.data)));
     addReceivedData(shortIdOf(frame), &frame.data[2], firstFrameBytes);
     sendFlowControl(CTP_FC_READY_TO_RECEIVE);
 }
@@ -50,32 +51,31 @@ void CANTransportThread::checkFirstFrame(TPCANMsg& frame)
 void CANTransportThread::checkConsecutiveFrame(TPCANMsg& frame)
 {
     if (debugLevel > 1) {
-        LogLine::debug("checkConsecutiveFrame") << frame;
+        debugLine("checkConsecutiveFrame") << frame;
     }
     if (expectedFrame != EXPECT_CONSECUTIVE) {
         showErrorAndClearBuffer(frame);
         return;
     }
-    const int sequenceNumber = lowNibbleOf(frame);
+    const auto sequenceNumber = static_cast<int>(lowNibbleOf(frame.data));
     if (sequenceNumber != sequenceCounter) {
-        LogLine::error("checkConsecutiveFrame")
-            << "sequence counter of consecutive frame wrong. Got " << sequenceNumber
-            << " but expected " << sequenceCounter;
+        errorLine("checkConsecutiveFrame") << "sequence counter of consecutive frame wrong. Got "
+                                           << sequenceNumber << " but expected " << sequenceCounter;
         refuseMessage();
         return;
     }
-    if (remainingLength < 0) { // behind a first frame that announced less than it carries
-        LogLine::error("checkConsecutiveFrame")
+    if (remainingLength < 0) { // its first frame announced less than it carried
+        errorLine("checkConsecutiveFrame")
             << "consecutive frame of a message that has " << -remainingLength << " bytes too many";
         refuseMessage();
         return;
     }
-    sequenceCounter = (sequenceNumber + 1) % sequenceNumbers;
-    const int count = std::min(remainingLength, consecutiveFrameBytes);
+    sequenceCounter = (sequenceNumber + 1) % static_cast<int>(sequenceNumbers);
+    const int count = std::min(remainingLength, static_cast<int>(consecutiveFrameBytes));
     addReceivedData(shortIdOf(frame), &frame.data[1], static_cast<unsigned int>(count));
 }
 
-/// What an ended reception has left behind must not get in front of the new message.
+/// Bytes that an ended reception left in the buffer must not precede the new message.
 void CANTransportThread::startReception(int length)
 {
     receiveBuffer.clear();
@@ -88,7 +88,7 @@ void CANTransportThread::addReceivedData(unsigned short canID, const unsigned ch
                                          unsigned int count)
 {
     if (debugLevel > 2) {
-        LogLine::debug("addReceivedData") << "canID=" << std::hex << canID;
+        debugLine("addReceivedData") << "canID=" << std::hex << canID;
     }
     if (!receptionSpoiled) {
         receiveBuffer.insert(receiveBuffer.end(), bytes, bytes + count);
@@ -98,8 +98,8 @@ void CANTransportThread::addReceivedData(unsigned short canID, const unsigned ch
         return;
     }
     const ReceptionEnd end{*this};
-    // Of a spoiled message only the tail is at hand. The peer has been told when it was spoiled; a
-    // second refusal for the same attempt would count against its next one.
+    // Only the tail of a spoiled message is left. The peer was refused when it was spoiled; a second
+    // refusal for the same attempt would count against its next one.
     if (!receptionSpoiled) {
         sendFlowControl(deliver(canID) ? CTP_FC_ACKNOWLEDGE : CTP_FC_NOT_ACKNOWLEDGE);
     }

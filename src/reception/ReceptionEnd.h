@@ -2,8 +2,8 @@
 
 #include "velk/CANTransportThread.h"
 
-/// Puts reception back to its start at the end of a scope, also when a stop or an exception leaves it:
-/// the peer, left without an answer, then tries again with a first frame and is not refused.
+/// Resets reception at the end of a scope, also when a stop or an exception leaves it: the peer, left
+/// without an answer, then tries again with a first frame and is not refused.
 struct CANTransportThread::ReceptionEnd {
     CANTransportThread& endpoint;
 

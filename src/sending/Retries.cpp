@@ -1,32 +1,16 @@
 #include "velk/CANTransportThread.h"
 
-#include "thread/LogLine.h"
-
-/// The one timer has run out; it serves both directions.
-void CANTransportThread::handleTimeout()
-{
-    if (debugLevel != 0) {
-        LogLine::debug("handleTimeout") << "state = " << printState(state);
-    }
-    if ((state & RCTS_RECEIVING) != 0) {
-        refuseMessage();
-        report("handleTimeout", CTT_RECEIVE_TIMEOUT, 0);
-    }
-    if ((state & RCTS_WAIT_FOR_FC) != 0) {
-        handleSendError(true);
-    } else {
-        processSendQueue();
-    }
-}
+#include "LogLine.h"
+#include "Timing.h"
 
 /// Counts one failed attempt of the front message, which is sent again or given up.
 void CANTransportThread::handleSendError(bool resend)
 {
     if (debugLevel != 0) {
-        LogLine::debug("handleSendError") << "state = " << printState(state);
+        debugLine("handleSendError") << "state = " << printState(state);
     }
     if (reportFailure) {
-        LogLine::info("handleSendError") << "send retry = " << sendRetry;
+        infoLine("handleSendError") << "send retry = " << sendRetry;
     }
     state &= ~(RCTS_SENDING | RCTS_WAIT_FOR_FC);
     ++sendRetry;
@@ -41,10 +25,10 @@ void CANTransportThread::handleSendError(bool resend)
     } else if (resend) {
         processSendQueue();
     }
-    setSelectTimeout(1, 0);
+    setTimer(Timing::answerTimeout);
 }
 
-/// No timer is left behind that could end a running reception, so it ends here.
+/// No timer runs afterwards that could end a running reception, so it ends here.
 void CANTransportThread::disconnect()
 {
     connected = false;

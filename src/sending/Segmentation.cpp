@@ -1,13 +1,13 @@
+#include "velk/CANTransportFrame.h"
 #include "velk/CANTransportThread.h"
 
-#include "reception/FrameFormat.h"
-#include "thread/LogLine.h"
+#include "LogLine.h"
 
 #include <algorithm>
 #include <cstring>
-#include <mutex>
+#include <utility>
 
-using namespace FrameFormat;
+using namespace CANTransportFrame;
 
 namespace {
 
@@ -15,49 +15,40 @@ using Frame = CANTransportThread::TPCANMsg;
 
 void fillSingleFrame(Frame& frame, const unsigned char* bytes, unsigned int length)
 {
-    frame.data[0] = firstByte(CANTransportThread::CTP_SINGLE_FRAME, length);
+    frame.data[0] = firstByte(CTP_SINGLE_FRAME, length);
     std::copy_n(bytes, length, &frame.data[1]);
 }
 
 void fillFirstFrame(Frame& frame, const unsigned char* bytes, unsigned int length)
 {
-    frame.data[0] = firstByte(CANTransportThread::CTP_FIRST_FRAME, length >> 8);
+    frame.data[0] = firstByte(CTP_FIRST_FRAME, length >> 8);
     frame.data[1] = static_cast<std::uint8_t>(length);
     std::copy_n(bytes, firstFrameBytes, &frame.data[2]);
 }
 
-/// The frames behind the first one; the rest of the last stays 0.
+/// The frames after the first one; the rest of the last stays 0.
 void fillConsecutiveFrames(Frame* frame, const unsigned char* bytes, unsigned int length)
 {
-    constexpr auto most = static_cast<unsigned int>(consecutiveFrameBytes);
+    constexpr unsigned int most = consecutiveFrameBytes;
     unsigned int sequenceNumber = 0;
     unsigned int left = length - firstFrameBytes;
     for (bytes += firstFrameBytes; left > most; left -= most, bytes += most, ++frame) {
-        frame->data[0] = firstByte(CANTransportThread::CTP_CONSECUTIVE_FRAME, sequenceNumber++);
+        frame->data[0] = firstByte(CTP_CONSECUTIVE_FRAME, sequenceNumber++);
         std::memcpy(&frame->data[1], bytes, most); // of a known size: no call
     }
-    frame->data[0] = firstByte(CANTransportThread::CTP_CONSECUTIVE_FRAME, sequenceNumber);
+    frame->data[0] = firstByte(CTP_CONSECUTIVE_FRAME, sequenceNumber);
     std::memcpy(&frame->data[1], bytes, left);
-}
-
-std::size_t frameCountOf(unsigned int length)
-{
-    if (length <= singleFrameBytes) {
-        return 1;
-    }
-    constexpr auto most = static_cast<unsigned int>(consecutiveFrameBytes);
-    return 1 + (length - firstFrameBytes + most - 1) / most;
 }
 
 } // namespace
 
-/// Cuts a message of the client into frames, queues them, and starts with them at once if nothing
-/// else is under way.
+/// Cuts a message of the client into frames and queues them. Sending starts at once if nothing else is
+/// in progress.
 void CANTransportThread::prepareData(const unsigned char* bytes, unsigned int length)
 {
     if (length > MAX_MESSAGE_LENGTH) {
-        LogLine::error("prepareData") << "message of " << length << " bytes refused, at most "
-                                      << MAX_MESSAGE_LENGTH << " can be sent";
+        errorLine("prepareData") << "message of " << length << " bytes refused, at most "
+                                 << MAX_MESSAGE_LENGTH << " can be sent";
         return;
     }
     const TPCANMsg empty{sendCANid, dataBytes, {}};
@@ -65,17 +56,17 @@ void CANTransportThread::prepareData(const unsigned char* bytes, unsigned int le
     if (length <= singleFrameBytes) {
         fillSingleFrame(frames->front(), bytes, length);
         if (debugLevel != 0) {
-            LogLine::debug("prepareData") << "single frame:  " << frames->front();
+            debugLine("prepareData") << "single frame:  " << frames->front();
         }
     } else {
         fillFirstFrame(frames->front(), bytes, length);
         fillConsecutiveFrames(frames->data() + 1, bytes, length);
         if (debugLevel != 0) {
-            LogLine::debug("prepareData") << "consecutive frame:  ";
+            debugLine("prepareData") << "consecutive frame:  ";
         }
     }
     {
-        const std::lock_guard<Mutex> lock(queueMutex);
+        const MutexLock lock(queueMutex);
         sendQueue.push_back(std::move(frames));
     }
     if (state == RCTS_IDLE) {

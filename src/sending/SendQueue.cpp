@@ -1,15 +1,15 @@
+#include "velk/CANTransportFrame.h"
 #include "velk/CANTransportThread.h"
-
 #include "velk/CancellableScope.h"
+#include "velk/DescriptorSet.h"
 
-#include "reception/FrameFormat.h"
-#include "thread/DescriptorSet.h"
-#include "thread/LogLine.h"
+#include "LogLine.h"
+#include "Timing.h"
 
-#include <mutex>
+const CANTransportThread::Frames::iterator CANTransportThread::MSGPART_INVALID{};
 
-/// What a stop or an exception breaks off in the middle starts again with the first frame, for nobody
-/// knows which frames have left, and when the second that the peer gives a reception has passed.
+/// An attempt that a stop or an exception breaks off starts again with the first frame, as nobody knows
+/// which frames have left. It waits until the second that the peer gives a reception has passed.
 struct CANTransportThread::Attempt {
     CANTransportThread& endpoint;
     bool complete = false;
@@ -18,7 +18,7 @@ struct CANTransportThread::Attempt {
     {
         if (!complete) {
             endpoint.state &= ~RCTS_SENDING;
-            endpoint.setSelectTimeout(1, 0);
+            endpoint.setTimer(Timing::answerTimeout);
         }
     }
 };
@@ -30,7 +30,7 @@ void CANTransportThread::processSendQueue()
     if ((state & RCTS_WAIT_FOR_FC) != 0) {
         return;
     }
-    const std::lock_guard<Mutex> lock(queueMutex);
+    const MutexLock lock(queueMutex);
     if (sendQueue.empty()) {
         return;
     }
@@ -49,28 +49,28 @@ void CANTransportThread::processSendQueue()
     {
         const CancellableScope cancellable;
         sendCANMessage(*msgPart);
-        if (FrameFormat::kindOf(*msgPart) == CTP_CONSECUTIVE_FRAME) {
+        if (CANTransportFrame::kindOf(msgPart->data) == CTP_CONSECUTIVE_FRAME) {
             for (++msgPart; msgPart != frames.end(); ++msgPart) {
                 sendCANMessage(*msgPart);
             }
         }
     }
-    setSelectTimeout(1, 0);
+    setTimer(Timing::answerTimeout);
     state |= RCTS_WAIT_FOR_FC;
     attempt.complete = true;
 }
 
-/// The message stays at the front and starts again with the next expiry.
+/// The message stays at the front and starts again at the next expiry.
 void CANTransportThread::failAtEndOfVector(const char* text)
 {
-    LogLine::error("processSendQueue") << text;
+    errorLine("processSendQueue") << text;
     state = RCTS_IDLE;
 }
 
 void CANTransportThread::clear(bool includeCurrent)
 {
     {
-        const std::lock_guard<Mutex> lock(queueMutex);
+        const MutexLock lock(queueMutex);
         if (sendQueue.empty()) {
             // nothing changes, not even the state
         } else if (!includeCurrent && (state & RCTS_SENDING) != 0) {
@@ -81,13 +81,13 @@ void CANTransportThread::clear(bool includeCurrent)
         }
     }
     if (debugLevel != 0) {
-        LogLine::debug("clear") << "state = " << printState(state);
+        debugLine("clear") << "state = " << printState(state);
     }
 }
 
 bool CANTransportThread::noMessage()
 {
-    const std::lock_guard<Mutex> lock(queueMutex);
+    const MutexLock lock(queueMutex);
     return sendQueue.empty();
 }
 
@@ -101,6 +101,5 @@ bool CANTransportThread::sendQueueEmpty()
     }
     DescriptorSet input(inputPipe[0]);
     input.fill();
-    const timespec atOnce{0, 0};
-    return ::pselect(input.count(), input.forSelect(), nullptr, nullptr, &atOnce, nullptr) == 0;
+    return input.poll() == 0;
 }

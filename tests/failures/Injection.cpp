@@ -13,7 +13,7 @@ namespace {
 
 std::atomic<const char*> armed{""};
 std::atomic<long> turnToFail{0};
-std::atomic<bool> forEver{false};
+std::atomic<bool> forever{false};
 std::atomic<long> calls{0};
 std::atomic<long> blocks{0};
 
@@ -23,7 +23,7 @@ bool fails(const char* call)
         return false;
     }
     const long turn = ++calls;
-    return turn == turnToFail || (forEver && turn > turnToFail);
+    return turn == turnToFail || (forever && turn > turnToFail);
 }
 
 /// Does what `real` would do, unless it is this call's turn to fail.
@@ -44,7 +44,7 @@ void Injection::arm(const char* call, long turn, bool always)
 {
     calls = 0;
     turnToFail = turn;
-    forEver = always;
+    forever = always;
     armed = call;
 }
 
@@ -80,12 +80,17 @@ namespace Injection {
     result wrap_##name parameters asm("__wrap_" #name);                                            \
     result wrap_##name parameters
 
-WRAP(int, pipe, (int* ends)) { return call("pipe", EMFILE, real_pipe, ends); }
+#define MAY_FAIL(result, name, error, parameters, ...)                                             \
+    WRAP(result, name, parameters) { return call(#name, error, real_##name, __VA_ARGS__); }
 
-WRAP(int, fcntl, (int fd, int command, long value)) // or a pointer
-{
-    return call("fcntl", EINVAL, real_fcntl, fd, command, value);
-}
+MAY_FAIL(int, pipe2, EMFILE, (int* ends, int flags), ends, flags)
+MAY_FAIL(int, fcntl, EINVAL, (int fd, int command, long value), fd, command, value) // or a pointer
+MAY_FAIL(ssize_t, read, EIO, (int fd, void* bytes, std::size_t size), fd, bytes, size)
+MAY_FAIL(ssize_t, write, EIO, (int fd, const void* bytes, std::size_t size), fd, bytes, size)
+MAY_FAIL(int, pselect, ENOMEM,
+         (int count, fd_set* in, fd_set* out, fd_set* rest, const timespec* time,
+          const sigset_t* mask),
+         count, in, out, rest, time, mask)
 
 /// Time runs faster here: an answer that a failure has cost is missed after 20 ms, not after 1 s.
 WRAP(int, select, (int count, fd_set* in, fd_set* out, fd_set* rest, timeval* left))
@@ -98,23 +103,6 @@ WRAP(int, select, (int count, fd_set* in, fd_set* out, fd_set* rest, timeval* le
     const int ready = call("select", ENOMEM, real_select, count, in, out, rest, &faster);
     *left = {faster.tv_usec * speed / 1000000, faster.tv_usec * speed % 1000000};
     return ready;
-}
-
-WRAP(int, pselect,
-     (int count, fd_set* in, fd_set* out, fd_set* rest, const timespec* timeout,
-      const sigset_t* mask))
-{
-    return call("pselect", ENOMEM, real_pselect, count, in, out, rest, timeout, mask);
-}
-
-WRAP(ssize_t, read, (int fd, void* bytes, std::size_t size))
-{
-    return call("read", EIO, real_read, fd, bytes, size);
-}
-
-WRAP(ssize_t, write, (int fd, const void* bytes, std::size_t size))
-{
-    return call("write", EIO, real_write, fd, bytes, size);
 }
 
 WRAP(int, pthread_create,

@@ -19,13 +19,20 @@ TEST(Text, hasItsFormWhateverTheStreamIsSetTo)
     hexdump(text, bytes, bytes + 6, "P:", 4, HEXDUMP_OFFSET, true);
     hexdump(text, bytes, bytes + 2, "P:", 0, HEXDUMP_NONE, false);
     hexdump(text, bytes, bytes, "P:", 16, HEXDUMP_OFFSET, true);
+    text << std::setw(5);
+    text.setstate(std::ios_base::failbit); // a stream that is not good() gets no line
+    hexdump(text, bytes, bytes + 2, "P:", 0, HEXDUMP_NONE, false);
+    EXPECT_EQ(text.rdstate(), std::ios_base::failbit);
+    text.clear();
+    text << 8;
     EXPECT_EQ(text.str(), "12.010000\n"
                           "CAN frame 0x012 [2] 00 ff\n"
                           "transport message 0x7ff, 3 bytes\n"
                           "trace message 0x0002, 0 bytes\n"
                           "P: 0000: 41 62 00 ff  Ab..\n"
                           "P: 0004: 7e 7f        ~.\n"
-                          "P: 41 62\n");
+                          "P: 41 62\n"
+                          "**010");
 }
 
 TEST(VelkException, aCopyKeepsTheTextAndGoesOnWithIt)

@@ -8,10 +8,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <future>
+#include <iterator>
+#include <thread>
 
 #include <unistd.h>
 
@@ -46,9 +50,32 @@ TEST(Thread, stopWaitsForTheNextCancellableScope)
     EXPECT_TRUE(worker.running());
     EXPECT_THROW(worker.start(), VelkException);
     entered.get_future().wait();
-    worker.stop();
+    const auto stop = [&worker] {
+        worker.stop();
+        return !worker.running();
+    };
+    auto atTheSameTime = std::async(std::launch::async, stop);
+    EXPECT_TRUE(stop());
+    EXPECT_TRUE(atTheSameTime.get());
     EXPECT_TRUE(scopeReached);
-    EXPECT_FALSE(worker.running());
+}
+
+TEST(Thread, aStartFreesWhatAThreadThatHasEndedLeft)
+{
+    const auto mappings = [] {
+        std::ifstream maps("/proc/self/maps");
+        return std::count(std::istreambuf_iterator<char>(maps), {}, '\n');
+    };
+    Worker worker([] {});
+    long before = 0;
+    for (int round = 0; round < 60; ++round) {
+        worker.start();
+        while (worker.running()) {
+            std::this_thread::yield();
+        }
+        before = round == 9 ? mappings() : before; // the first ones are kept for reuse
+    }
+    EXPECT_LT(mappings(), before + 50) << "each stack has a mapping";
 }
 
 TEST(Thread, anExceptionIsLoggedAndTheBodyEnteredAgain)

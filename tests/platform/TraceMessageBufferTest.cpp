@@ -1,19 +1,22 @@
 #include "velk/TraceMessageBuffer.h"
 
+#include "velk/Pipe.h"
 #include "velk/VelkException.h"
 
 #include "support/Endpoint.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <future>
+#include <mutex>
+#include <thread>
 #include <utility>
 
 #include <unistd.h>
 
 namespace {
-
-using Access = CANTransportThreadAccess;
 
 Bytes operator+(Bytes left, const Bytes& right)
 {
@@ -40,8 +43,20 @@ protected:
         return events;
     }
 
+    /// The same of more than the pipe holds.
+    std::string takePiecewise(const Bytes& bytes)
+    {
+        std::string events;
+        for (std::size_t at = 0; at < bytes.size(); at += 60000) {
+            const std::size_t count = std::min<std::size_t>(60000, bytes.size() - at);
+            pipe.write({bytes.data() + at, bytes.data() + at + count});
+            events += takeAll();
+        }
+        return events;
+    }
+
     Endpoint pipe;
-    TraceMessageBuffer buffer{Access::inputReadEnd(pipe), nullptr};
+    TraceMessageBuffer buffer{Access::input(pipe)[0], nullptr};
     Bytes given; ///< The messages, as they serialise.
 };
 
@@ -58,6 +73,7 @@ const Bytes frame = bytesOf(CANExtTraceMessage(0x1FFFFFFF, data.data(), 8));
 const Bytes other = bytesOf(CANTraceMessage(0x7FF, data.data(), 64));
 const Bytes request = bytesOf(CANTransportTraceMessage(pattern(300)));
 const Bytes unknown = with(4, 20, bytesOf(MessageBase(2))) + Bytes(4, 0xEE);
+const Bytes eightFrames = frame + frame + frame + frame + frame + frame + frame + frame;
 const Bytes tunnel = bytesOf(CANTransportTraceMessage(frame + frame));
 
 Bytes recordWithAllFields()
@@ -83,6 +99,9 @@ TEST_F(TraceMessageBufferTest, theSerialFormIsTheDocumentedOne)
     Bytes bytes{9};
     message.createByteArray(bytes, false, true);
     EXPECT_EQ(bytes, (Bytes{9, 0x23, 1, 0, 0, 7, 0, 0, 0, 0x41, 0x42}));
+    CANTraceMessage tooLong(0x7FF, data.data(), 64);
+    tooLong.length = 65;
+    EXPECT_EQ(bytesOf(tooLong), other);
 }
 
 TEST_F(TraceMessageBufferTest, everyRecordSurvivesBeingCutAnywhere)
@@ -113,6 +132,8 @@ TEST_F(TraceMessageBufferTest, dropsExactlyWhatIsNoRecord)
         {with(4, 23, with(5, 0, request)) + frame, "message dropped 324"}, // below the body
         {first(9, frame) + other + frame, "message message dropped 9"},
         {first(36, frame) + other + frame, "message message dropped 36"},
+        {first(20, request) + eightFrames, "message message message message message message "
+                                           "message message dropped 20"},
         {first(250, request) + frame + frame, "message message dropped 250"},
     };
     for (const auto& [bytes, events] : rows) {
@@ -130,13 +151,54 @@ TEST_F(TraceMessageBufferTest, waitsForTheRestOfWhatACutRecordTookForItsEnd)
     EXPECT_EQ(given, frame + other);
 }
 
+TEST_F(TraceMessageBufferTest, skipsARequestOfMoreThanAMegabyteWithTheRecordsInIt)
+{
+    Bytes records;
+    while (records.size() < 1 << 20) {
+        records = records + eightFrames;
+    }
+    const Bytes longest = bytesOf(CANTransportTraceMessage(first((1 << 20) - 24, records)));
+    const Bytes longer = bytesOf(CANTransportTraceMessage(first((1 << 20) - 23, records)));
+    EXPECT_EQ(takePiecewise(longest + longer + frame + longer),
+              "message skipped 1048577message skipped 1048577");
+    EXPECT_EQ(given, longest + frame);
+    EXPECT_TRUE(buffer.empty());
+    pipe.write(first(16, longer));
+    EXPECT_EQ(buffer.read() + buffer.read(), 0);
+    EXPECT_FALSE(buffer.empty()) << "there is something to report";
+}
+
 TEST_F(TraceMessageBufferTest, readsAgainOnlyWhenNoCompleteRecordWaits)
 {
     pipe.write(frame);
     EXPECT_EQ(buffer.read(), 0);
-    close(std::exchange(Access::inputReadEnd(pipe), -1));
+    close(std::exchange(Access::input(pipe)[1], -1));
     EXPECT_EQ(buffer.read(), 0);
-    EXPECT_NE(buffer.getNextMessage(), nullptr);
+    EXPECT_FALSE(buffer.atEnd());
+    TraceRecord::View record;
+    ASSERT_TRUE(buffer.getNextRecord(record));
+    EXPECT_EQ(Bytes(record.bytes, record.bytes + record.size), frame);
+    EXPECT_EQ(buffer.read(), 0);
+    EXPECT_TRUE(buffer.atEnd());
+    EXPECT_FALSE(buffer.getNextRecord(record));
+    close(std::exchange(Access::input(pipe)[0], -1));
     EXPECT_EQ(buffer.read(), -1);
     EXPECT_EQ(errno, EBADF);
+}
+
+TEST_F(TraceMessageBufferTest, holdsItsMutexWhileItReads)
+{
+    int ends[2];
+    ASSERT_TRUE(createPipe(ends));
+    std::mutex mutex;
+    TraceMessageBuffer shared(ends[0], &mutex);
+    auto reading = std::async(std::launch::async, [&shared] { return shared.read(); });
+    while (mutex.try_lock()) {
+        mutex.unlock();
+        std::this_thread::yield();
+    }
+    close(ends[1]);
+    EXPECT_EQ(reading.get(), 0);
+    EXPECT_TRUE(shared.atEnd());
+    close(ends[0]);
 }

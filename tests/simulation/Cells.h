@@ -18,7 +18,7 @@ public:
         }
     }
 
-    void hit(const std::string& name) { ++counts.at(name); }
+    void hit(const std::string& name, std::uint64_t times = 1) { counts.at(name) += times; }
 
     /// Prints all; returns how many were never met.
     int print(std::ostream& stream) const

@@ -53,13 +53,6 @@ Origin Ledger::left(const Frame& frame)
     return {number, nextIndex++, false};
 }
 
-void Ledger::retriesReset()
-{
-    if (!queue.empty()) {
-        ++messages[at(queue.front())].resets;
-    }
-}
-
 void Ledger::acknowledged(int value, const Origin& answer)
 {
     require(!queue.empty(), "CTT_ACKNOWLEDGED without a message");
@@ -99,9 +92,7 @@ void Ledger::arrived(const Bytes& payload, const Incoming& incoming)
         cells.hit("limit: delivered again by a doubled frame");
         return;
     }
-    message.fresh += 1;
-    cells.hit(message.fresh == 1 ? "delivered" : "delivered again");
-    require(message.fresh <= 5 * (1 + message.resets), "more than five deliveries of one message");
+    cells.hit(message.arrivals == 1 ? "delivered" : "delivered again");
 }
 
 void Ledger::checkEnd() const

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "simulation/Tables.h"
+#include "support/Promise.h"
 
 #include <deque>
 #include <string>
@@ -47,7 +48,6 @@ public:
         unseen = true;
         nextIndex = 0;
     }
-    void retriesReset();
     void acknowledged(int value, const Origin& answer);
     void droppedTo(std::size_t left);
     void arrived(const Bytes& payload, const Incoming& incoming);
@@ -65,8 +65,6 @@ private:
         bool ended = false;
         bool acknowledged = false; ///< By an answer to this message.
         std::size_t arrivals = 0;
-        std::size_t fresh = 0;  ///< Arrivals but those of doubled frames.
-        std::size_t resets = 0; ///< How often its attempts were given back.
     };
     static std::size_t at(int message) { return static_cast<std::size_t>(message); }
 

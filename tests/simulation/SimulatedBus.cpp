@@ -1,6 +1,5 @@
-#include "simulation/Simulation.h"
-
 #include "common/FrameWords.h"
+#include "simulation/Simulation.h"
 
 #include <algorithm>
 #include <iomanip>
@@ -79,7 +78,7 @@ void Simulation::damage(Station& to, Arrival& arrival, bool afterCut)
     const auto kind = random.below(afterCut ? 1 : 6);
     if (kind == 0) {
         cells.hit("fault: record cut");
-        // Of less, the shortest record behind it would not fill the gap, and would wait.
+        // If less were cut, the shortest record after it would not fill the gap, and would wait.
         arrival.bytes.resize(random.between(16, arrival.bytes.size() - 1));
         to.lastWasCut = true;
     } else if (kind == 1) {

@@ -1,26 +1,17 @@
 #include "simulation/Simulation.h"
 
 #include "velk/BufferMismatchException.h"
+#include "velk/Millisleep.h"
 
 #include <algorithm>
 #include <iomanip>
 
-using Access = CANTransportThreadAccess;
-
 namespace {
 
-Time sleptMs = 0;
 constexpr Time restWithin = 1200 * second;
 constexpr std::size_t sizes[] = {0, 1, 7, 8, 13, 14, 118, 119, 300, 4095};
 
-bool isCodeOf(const Arrival* cause, int code)
-{
-    return cause != nullptr && cause->frame && cause->frame->data[0] == (0x30 | code);
-}
-
 } // namespace
-
-void millisleep(int milliseconds) { sleptMs += milliseconds; }
 
 Simulation::Simulation(std::uint64_t seed, Cells& cellCounts, std::ostream* ladder)
     : random(seed),
@@ -138,7 +129,7 @@ void Simulation::pass(Station& station)
             feed(station, arrival);
         }
     } else {
-        Effect effect = handle(station, [&] { Access::expire(*station.endpoint); });
+        const Effect effect = handle(station, [&] { Access::expire(*station.endpoint); });
         observe(station, effect, nullptr);
         Tables::checkExpiry(effect, cells);
     }
@@ -148,7 +139,7 @@ void Simulation::pass(Station& station)
 void Simulation::feed(Station& station, const Arrival& arrival)
 {
     station.endpoint->write(arrival.bytes);
-    Effect effect = handle(station, [&] {
+    const Effect effect = handle(station, [&] {
         try {
             station.endpoint->takeInput();
         } catch (const BufferMismatchException&) { // the thread sleeps and enters its code again
@@ -172,7 +163,7 @@ void Simulation::feed(Station& station, const Arrival& arrival)
     } else if (arrival.request >= 0) {
         Tables::checkRequest(effect, cells);
     } else {
-        require(effect.sent.empty() && effect.delivered == 0 &&
+        require(effect.sent.empty() && effect.delivered.empty() && effect.statuses.empty() &&
                     effect.before.state == effect.after.state,
                 "a damaged record has an effect");
     }
@@ -180,29 +171,22 @@ void Simulation::feed(Station& station, const Arrival& arrival)
 
 Effect Simulation::handle(Station& station, const std::function<void()>& handler) const
 {
-    Effect effect;
+    Effect effect = effectOf(*station.endpoint, handler);
     effect.clientGone = station.clientGone;
     effect.proxyGone = station.proxyGone;
-    effect.before = Access::snapshot(*station.endpoint);
-    sleptMs = 0;
-    handler();
-    Access::checkInvariants(*station.endpoint);
-    station.busyUntil = std::max(now, station.busyUntil) + sleptMs * ms;
-    effect.after = Access::snapshot(*station.endpoint);
-    effect.sent = station.endpoint->sentFrames();
+    station.busyUntil = std::max(now, station.busyUntil) + effect.sleptMs * ms;
     return effect;
 }
 
 /// Books what has left the endpoint, and hands its frames to the bus.
-void Simulation::observe(Station& station, Effect& effect, const Arrival* cause)
+void Simulation::observe(Station& station, const Effect& effect, const Arrival* cause)
 {
     if (effect.proxyGone) {
         station.ledger.lostSight();
     }
     const Origin answered{station.incoming.mixed ? Origin::stranger : station.incoming.message, 0,
                           false};
-    for (const Bytes& payload : station.endpoint->delivered()) {
-        ++effect.delivered;
+    for (const Bytes& payload : effect.delivered) {
         other(station).ledger.arrived(payload, station.incoming);
     }
     for (const Frame& frame : effect.sent) {
@@ -210,47 +194,12 @@ void Simulation::observe(Station& station, Effect& effect, const Arrival* cause)
         const Origin origin = answer ? answered : station.ledger.left(frame);
         transmit(station, frame, origin, station.busyUntil);
     }
-    checkStatuses(station, effect, cause);
-    require(station.outageReported || station.ledger.queued() <= effect.after.queued,
-            "messages are given up and nobody hears of it");
-    if (effect.before.retries > 0 && effect.after.retries == 0 &&
-        effect.before.queued == effect.after.queued) {
-        station.ledger.retriesReset();
+    for (const std::string& status : effect.statuses) {
+        if (status.rfind("CTT_ACKNOWLEDGED", 0) == 0) {
+            station.ledger.acknowledged(std::stoi(status.substr(status.find(' '))), cause->origin);
+        }
     }
     station.ledger.droppedTo(effect.after.queued);
     require(station.ledger.queued() == effect.after.queued,
             "the queue has another length than its messages");
-}
-
-void Simulation::checkStatuses(Station& station, const Effect& effect, const Arrival* cause)
-{
-    bool receiveTimeout = false;
-    for (const std::string& text : station.endpoint->statuses()) {
-        const std::string status = text.substr(0, text.find(' '));
-        cells.hit("status: " + status);
-        if (status == "CTT_CONNECTED") {
-            require(!station.connected && cause != nullptr && cause->frame.has_value(),
-                    "CTT_CONNECTED without a cause");
-            station.connected = true;
-            station.outageReported = false;
-        } else if (status == "CTT_ACKNOWLEDGED") {
-            require(isCodeOf(cause, CANTransportThread::CTP_FC_ACKNOWLEDGE),
-                    "CTT_ACKNOWLEDGED without a cause");
-            station.ledger.acknowledged(std::stoi(text.substr(text.find(' '))), cause->origin);
-        } else if (status == "CTT_RECEIVE_TIMEOUT") {
-            receiveTimeout = true;
-        } else {
-            const bool lost = status == "CTT_DISCONNECTED";
-            require(!station.outageReported && station.connected == lost, status, " out of turn");
-            require(effect.before.retries == CANTransportThread::SEND_RETRY_LIMIT &&
-                        effect.after.queued == 0,
-                    status, " without a cause");
-            station.outageReported = true;
-            station.connected = false;
-        }
-    }
-    require(station.connected == effect.after.connected, "the peer is lost or heard in silence");
-    const bool expired =
-        cause == nullptr && (effect.before.state & CANTransportThread::RCTS_RECEIVING) != 0;
-    require(expired == receiveTimeout, "CTT_RECEIVE_TIMEOUT without a cause, or none");
 }

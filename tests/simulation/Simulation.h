@@ -40,8 +40,7 @@ private:
     // One event of an endpoint.
     void feed(Station& station, const Arrival& arrival);
     Effect handle(Station& station, const std::function<void()>& handler) const;
-    void observe(Station& station, Effect& effect, const Arrival* cause);
-    void checkStatuses(Station& station, const Effect& effect, const Arrival* cause);
+    void observe(Station& station, const Effect& effect, const Arrival* cause);
 
     // The bus.
     void transmit(Station& from, const Frame& frame, Origin origin, Time departure);
@@ -62,6 +61,3 @@ private:
     Time busFree = 0;
     int runLeft = 0; ///< Of consecutive frames that are still to be lost in a row.
 };
-
-/// Takes the place of the real one: virtual time passes.
-void millisleep(int milliseconds);

@@ -40,8 +40,6 @@ struct Station {
         timed = false;
         clientGone = false;
         proxyGone = false;
-        connected = false;
-        outageReported = false;
         incoming = {};
         ledger.droppedTo(0);
     }
@@ -63,14 +61,13 @@ struct Station {
     /// The end of a pass: what select() would be given.
     void wait(Time now)
     {
-        const bool consecutive = CANTransportThreadAccess::receiving(*endpoint);
-        timed = !CANTransportThreadAccess::restIfIdle(*endpoint);
-        const Snapshot state = CANTransportThreadAccess::snapshot(*endpoint);
+        const bool consecutive = Access::receiving(*endpoint);
+        timed = !Access::restIfIdle(*endpoint);
+        const Snapshot state = Access::snapshot(*endpoint);
         if (!timed && consecutive) {
             cells.hit("reception: left behind, ended at rest");
         }
-        require(timed == (state.state != 0 || state.queued > 0) &&
-                    timed == (CANTransportThreadAccess::selectedUs(*endpoint) != 0),
+        require(timed == (state.state != 0 || state.queued > 0) && timed == (state.selectedUs != 0),
                 "the timer is armed if and only if the endpoint is not at rest");
         require(timed || !state.consecutive, "a receive phase is left behind at rest");
         deadline = now + state.timerUs;
@@ -87,8 +84,6 @@ struct Station {
     Time deadline = 0;
 
     Incoming incoming;
-    bool connected = false;
-    bool outageReported = false;
     bool clientGone = false;
     bool proxyGone = false;
     bool lastWasCut = false;

@@ -1,12 +1,16 @@
 #include "simulation/Tables.h"
 
+#include "support/Promise.h"
+
 #include <algorithm>
+#include <sstream>
 
 namespace {
 
 constexpr int sending = CANTransportThread::RCTS_SENDING;
 constexpr int receiving = CANTransportThread::RCTS_RECEIVING;
 constexpr int waiting = CANTransportThread::RCTS_WAIT_FOR_FC;
+constexpr long second = 1000000; ///< Of the timer.
 
 int kindOf(const Frame& frame) { return frame.data[0] >> 4; }
 int lowOf(const Frame& frame) { return frame.data[0] & 0x0F; }
@@ -23,38 +27,78 @@ std::string answersOf(const Effect& effect)
     return codes;
 }
 
-void requireAnswers(const std::string& row, const Effect& effect, const std::string& codes)
-{
-    require(answersOf(effect) == (effect.proxyGone ? "" : codes), row, ": answers");
-}
+/// What an event has to leave behind: whatever a row does not name stays as it was.
+struct Expected : Snapshot {
+    explicit Expected(const Effect& effect) : Snapshot(effect.before) {}
 
-void requireDataFrames(const std::string& row, const Effect& effect, std::size_t count)
-{
-    const std::size_t sent = effect.sent.size() - answersOf(effect).size();
-    require(sent == (effect.proxyGone ? 0 : count), row, ": data frames");
-}
+    void hear()
+    {
+        statuses += connected ? "" : "CTT_CONNECTED ";
+        reportFailure = reportFailure || !connected;
+        connected = true;
+    }
+    void endReception()
+    {
+        state &= ~receiving;
+        consecutive = false;
+        received = 0;
+    }
+    void sender(int flags, std::size_t frameOfMessage = 0)
+    {
+        state = (state & receiving) | flags;
+        position = frameOfMessage;
+    }
+    /// The front message has to leave, from its first frame or up to its end.
+    void send(std::size_t count, std::size_t frameOfMessage = 0)
+    {
+        sender(sending | waiting, frameOfMessage);
+        dataFrames = count;
+        timerUs = second;
+    }
 
-/// Where a reception has to stand behind an event.
-struct Reception {
-    bool consecutive;
-    int flag;
-    std::size_t bytes;
-    std::string answers;
-    std::size_t delivered;
+    std::string answers{};
+    std::string statuses{}; ///< Without their values.
+    std::size_t dataFrames = 0;
+    std::size_t delivered = 0;
 };
 
-void compareReception(const std::string& row, const Effect& effect, const Reception& expected,
-                      Cells& cells)
+template <typename Value>
+void same(const std::string& row, const char* what, const Value& is, const Value& expected)
 {
+    if (is != expected) {
+        std::ostringstream text;
+        text << row << ": " << what << " is " << is << ", expected " << expected;
+        throw BrokenPromise(text.str());
+    }
+}
+
+void compare(const std::string& row, const Effect& effect, const Expected& expected, Cells& cells)
+{
+    const Snapshot& after = effect.after;
+    std::string statuses;
+    for (const std::string& status : effect.statuses) {
+        statuses += status.substr(0, status.find(' ')) + ' ';
+        cells.hit("status: " + status.substr(0, status.find(' ')));
+    }
+    const std::string answers = answersOf(effect);
+    const std::size_t dataFrames = effect.sent.size() - answers.size();
     cells.hit(row);
-    require(effect.after.consecutive == expected.consecutive, row, ": phase");
-    require((effect.after.state & receiving) == expected.flag, row, ": RCTS_RECEIVING");
-    require(effect.after.received == expected.bytes, row, ": receiveBuffer");
-    requireAnswers(row, effect, expected.answers);
-    require(effect.delivered == expected.delivered, row, ": delivery");
-    require((effect.after.state & ~receiving) == (effect.before.state & ~receiving), row,
-            ": sending flags");
-    requireDataFrames(row, effect, 0);
+    same(row, "state", after.state, expected.state);
+    same(row, "phase", after.consecutive, expected.consecutive);
+    same(row, "sequenceCounter", after.sequence, expected.sequence);
+    same(row, "remainingLength", after.remaining, expected.remaining);
+    same(row, "size of receiveBuffer", after.received, expected.received);
+    same(row, "receptionSpoiled", after.spoiled, expected.spoiled);
+    same(row, "size of sendQueue", after.queued, expected.queued);
+    same(row, "msgPart", after.position, expected.position);
+    same(row, "sendRetry", after.retries, expected.retries);
+    same(row, "timer", after.timerUs, expected.timerUs);
+    same(row, "connected", after.connected, expected.connected);
+    same(row, "reportFailure", after.reportFailure, expected.reportFailure);
+    same(row, "statuses", statuses, expected.statuses);
+    same(row, "answers", answers, effect.proxyGone ? "" : expected.answers);
+    same(row, "data frames", dataFrames, effect.proxyGone ? 0 : expected.dataFrames);
+    same(row, "deliveries", effect.delivered.size(), expected.delivered);
 }
 
 std::string wordOf(const Frame& frame)
@@ -67,105 +111,123 @@ void checkDataFrame(const Frame& frame, const Effect& effect, Cells& cells)
 {
     const Snapshot& before = effect.before;
     const int kind = kindOf(frame);
-    const int flag = before.state & receiving;
-    const bool delivers = !effect.clientGone;
-    const std::string outcome = delivers ? "3" : "2";
     const bool fits =
         kind == 2 ? before.consecutive : kind < 2 && !before.consecutive && frame.data[0] != 0;
-    if (!fits || (kind == 0 && lowOf(frame) > 7)) {
+    const int length = kind == 0 ? lowOf(frame) : lowOf(frame) << 8 | frame.data[1];
+    std::string row = "reception: message whole";
+    Expected then(effect);
+    then.hear();
+    bool whole = false;
+    if (!fits || (kind == 0 && length > 7)) {
         const std::string phase = before.consecutive ? "consecutive" : "first or single";
-        const std::string row = "reception, " + phase + ": refused " + wordOf(frame);
-        compareReception(row, effect, {before.consecutive, flag, 0, "0", 0}, cells);
-    } else if (kind == 0) {
-        compareReception("reception: single frame", effect,
-                         {false, 0, 0, outcome, delivers ? 1U : 0U}, cells);
-    } else if (kind == 1 && (lowOf(frame) << 8 | frame.data[1]) >= 7) {
-        compareReception("reception: first frame", effect, {true, receiving, 6, "1", 0}, cells);
-    } else if (kind == 1) {
-        compareReception("reception: first frame of 6 or less", effect,
-                         {true, receiving, 0, outcome + "1", delivers ? 1U : 0U}, cells);
-    } else if (lowOf(frame) != before.sequence) {
-        compareReception("reception: wrong number", effect, {false, 0, 0, "2", 0}, cells);
-    } else if (before.remaining < 0) {
-        compareReception("reception: less than nothing missing", effect, {false, 0, 0, "2", 0},
-                         cells);
-    } else if (before.remaining > 7) {
-        compareReception("reception: bytes stored", effect,
-                         {true, flag, before.spoiled ? 0 : before.received + 7, "", 0}, cells);
-    } else if (before.spoiled) {
-        compareReception("reception: end of a spoiled message", effect, {false, 0, 0, "", 0},
-                         cells);
+        row = "reception, " + phase + ": refused " + wordOf(frame);
+        then.received = 0;
+        then.spoiled = before.consecutive;
+        then.answers = "0";
+    } else if (kind == 2 && (lowOf(frame) != before.sequence || before.remaining < 0)) {
+        row = lowOf(frame) != before.sequence ? "reception: wrong number"
+                                              : "reception: less than nothing missing";
+        then.endReception();
+        then.answers = "2";
+    } else if (kind == 2) {
+        then.sequence = (before.sequence + 1) % 16;
+        then.remaining = std::max(0, before.remaining - 7);
+        whole = then.remaining == 0 && !before.spoiled;
+        if (then.remaining > 0) {
+            row = "reception: bytes stored";
+            then.received += before.spoiled ? 0 : 7;
+        } else {
+            row = before.spoiled ? "reception: end of a spoiled message" : row;
+            then.endReception();
+        }
     } else {
-        compareReception("reception: message whole", effect,
-                         {false, 0, 0, outcome, delivers ? 1U : 0U}, cells);
+        row = kind == 0    ? "reception: single frame"
+              : length > 6 ? "reception: first frame"
+                           : "reception: first frame of 6 or less";
+        whole = kind == 0 || length <= 6;
+        then.endReception();
+        then.spoiled = false;
+        then.remaining = kind == 0 ? 0 : length - 6;
+        then.timerUs = second;
     }
+    if (whole) {
+        then.delivered = effect.clientGone ? 0 : 1;
+        then.answers = effect.clientGone ? "2" : "3";
+    }
+    if (fits && kind == 1) {
+        then.sequence = 0;
+        then.state |= receiving;
+        then.consecutive = true;
+        then.received = whole ? 0 : 6;
+        then.answers += "1";
+    }
+    compare(row, effect, then, cells);
 }
 
 /// A failed attempt: sent again from its first frame, or given up with the whole queue.
-void checkFailure(const std::string& cause, const Effect& effect, Cells& cells)
+void checkFailure(const std::string& cause, const Effect& effect, Expected then, Cells& cells)
 {
     const bool givenUp = effect.before.retries == CANTransportThread::SEND_RETRY_LIMIT;
-    const std::string row = "sender: " + cause + (givenUp ? ", given up" : ", sent again");
-    cells.hit(row);
-    requireDataFrames(row, effect, givenUp ? 0 : 1);
-    require(effect.after.queued == (givenUp ? 0 : effect.before.queued), row, ": queue");
-    require(effect.after.retries == (givenUp ? 0 : effect.before.retries + 1), row, ": sendRetry");
-    const int flags = givenUp ? 0 : sending | waiting;
-    require((effect.after.state & (sending | waiting)) == flags, row, ": flags");
-    if (givenUp && effect.before.connected) {
-        require(effect.after.state == 0 && effect.after.received == 0 && !effect.after.consecutive,
-                row, ": a reception goes on");
+    if (!givenUp) {
+        ++then.retries;
+        then.send(1);
+    } else {
+        then.sender(0);
+        then.retries = 0;
+        then.queued = 0;
+        if (then.reportFailure) {
+            then.statuses += then.connected ? "CTT_DISCONNECTED " : "CTT_SEND_TIMEOUT ";
+            then.reportFailure = false;
+        }
+        if (then.connected) {
+            then.connected = false;
+            then.endReception();
+        } else {
+            then.timerUs = second;
+        }
     }
-}
-
-struct Sender {
-    int flags;
-    std::size_t queued;
-    std::size_t frames;
-    int retries;
-};
-
-void compareSender(const std::string& row, const Effect& effect, const Sender& expected,
-                   Cells& cells)
-{
-    cells.hit(row);
-    require((effect.after.state & (sending | waiting)) == expected.flags, row, ": flags");
-    require(effect.after.queued == expected.queued, row, ": queue");
-    requireDataFrames(row, effect, expected.frames);
-    require(effect.after.retries == expected.retries, row, ": sendRetry");
+    compare("sender: " + cause + (givenUp ? ", given up" : ", sent again"), effect, then, cells);
 }
 
 void checkFlowControl(const Frame& frame, const Effect& effect, Cells& cells)
 {
     const Snapshot& before = effect.before;
     const int code = lowOf(frame);
-    const int flags = before.state & (sending | waiting);
-    const bool single = before.frames == 1;
-    require(answersOf(effect).empty() && effect.delivered == 0, "an answer is answered");
+    const bool refused = code == 0 || code == 2;
+    std::string row = "sender, waiting: unknown code";
+    Expected then(effect);
+    then.hear();
+    then.sender(before.state & sending, before.position);
     if ((before.state & waiting) == 0) {
-        compareSender(flags == 0 ? "sender, not sending: answer refused"
-                                 : "sender, without a wait: answer refused",
-                      effect, {flags, before.queued, 0, before.retries}, cells);
-    } else if (code == 0 || code == 2) {
-        checkFailure("refusal", effect, cells);
+        row = (before.state & sending) == 0 ? "sender, not sending: answer refused"
+                                            : "sender, without a wait: answer refused";
+    } else if (refused) {
+        same("sender: refusal", "sendRetry in the pause", effect.retriesInPause, before.retries);
+        checkFailure("refusal", effect, then, cells);
+        return;
     } else if (code == 3) {
-        compareSender("sender, waiting: acknowledged", effect, {0, before.queued - 1, 0, 0}, cells);
-        require(effect.after.timerUs == 10000, "acknowledged: timer");
-    } else if (code > 3) {
-        compareSender("sender, waiting: unknown code", effect,
-                      {sending, before.queued, 0, before.retries}, cells);
-    } else if (single) {
-        compareSender("sender, waiting: ready after a single frame", effect,
-                      {0, before.queued, 0, 0}, cells);
-        require(effect.after.state == 0, "ready after a single frame: state");
-    } else if (before.position == before.frames) {
-        compareSender("sender, waiting: ready after a burst", effect,
-                      {flags, before.queued, 0, before.retries}, cells);
-        require(effect.after.timerUs == before.timerUs, "ready after a burst: timer");
-    } else {
-        compareSender("sender, waiting: ready", effect,
-                      {flags, before.queued, before.frames - 1, 0}, cells);
+        row = "sender, waiting: acknowledged";
+        then.statuses += "CTT_ACKNOWLEDGED ";
+        same(row, "state in the report", effect.stateAtStatus, before.state & ~waiting);
+        then.sender(0);
+        then.consecutive = false;
+        then.queued = before.queued - 1;
+        then.retries = 0;
+        then.timerUs = second / 100;
+    } else if (code == 1 && before.frames == 1) {
+        row = "sender, waiting: ready after a single frame";
+        then.sender(0);
+        then.state = 0;
+        then.retries = 0;
+    } else if (code == 1 && before.position == before.frames) {
+        row = "sender, waiting: ready after a burst";
+        then.state = before.state;
+    } else if (code == 1) {
+        row = "sender, waiting: ready";
+        then.retries = 0;
+        then.send(before.frames - 1, before.frames);
     }
+    compare(row, effect, then, cells);
 }
 
 } // namespace
@@ -182,67 +244,69 @@ void Tables::checkFrame(const Frame& frame, const Effect& effect, Cells& cells)
 void Tables::checkRequest(const Effect& effect, Cells& cells)
 {
     const Snapshot& before = effect.before;
-    const int flags = before.state & (sending | waiting);
-    if (effect.after.queued == before.queued) {
-        compareSender("sender: request too long", effect, {flags, before.queued, 0, before.retries},
-                      cells);
-    } else if (before.state == 0) {
-        compareSender("sender, not sending: request", effect,
-                      {sending | waiting, before.queued + 1, 1, before.retries}, cells);
-    } else {
-        compareSender(flags == 0 ? "sender: request during a reception"
-                                 : "sender: request behind another",
-                      effect, {flags, before.queued + 1, 0, before.retries}, cells);
+    std::string row = "sender: request too long";
+    Expected then(effect);
+    if (effect.after.queued != before.queued) {
+        ++then.queued;
+        row = (before.state & sending) == 0 ? "sender: request during a reception"
+                                            : "sender: request behind another";
+        if (before.state == 0) {
+            row = "sender, not sending: request";
+            then.send(1);
+        }
     }
+    compare(row, effect, then, cells);
 }
 
 void Tables::checkExpiry(const Effect& effect, Cells& cells)
 {
     const Snapshot& before = effect.before;
+    Expected then(effect);
+    then.timerUs = before.selectedUs; // starts again before anything else
+    if (!effect.statuses.empty()) {
+        same("expiry", "timer in the report", effect.timerAtStatus, before.selectedUs);
+    }
     if ((before.state & receiving) != 0) {
         cells.hit("reception: expiry");
-        requireAnswers("reception: expiry", effect, "2");
-        require(!effect.after.consecutive && effect.after.received == 0 &&
-                    (effect.after.state & receiving) == 0,
-                "reception: expiry");
-    } else {
-        require(answersOf(effect).empty(), "an expiry without a reception answers");
+        then.endReception();
+        then.answers = "2";
+        then.statuses = "CTT_RECEIVE_TIMEOUT ";
     }
-    const bool single = before.frames == 1;
-    const bool left = before.position + 1 < before.frames;
+    std::string row = "sender, not sending: expiry";
     if ((before.state & waiting) != 0) {
-        checkFailure("expiry", effect, cells);
-    } else if ((before.state & sending) == 0) {
-        const bool starts = before.queued > 0;
-        compareSender(
-            starts ? "sender, not sending: expiry starts a message" : "sender, not sending: expiry",
-            effect,
-            {starts ? sending | waiting : 0, before.queued, starts ? 1U : 0U, before.retries},
-            cells);
-    } else if (left) {
-        compareSender(
-            "sender, without a wait: expiry with frames left", effect,
-            {sending | waiting, before.queued, before.frames - before.position - 1, before.retries},
-            cells);
-    } else {
-        compareSender(single ? "sender, without a wait: expiry after a single frame"
-                             : "sender, without a wait: expiry after a burst",
-                      effect, {0, before.queued, 0, before.retries}, cells);
+        checkFailure("expiry", effect, then, cells);
+        return;
     }
+    if ((before.state & sending) == 0) {
+        if (before.queued > 0) {
+            row += " starts a message";
+            then.send(1);
+        }
+    } else if (before.position + 1 < before.frames) {
+        row = "sender, without a wait: expiry with frames left";
+        then.send(before.frames - before.position - 1, before.frames);
+    } else {
+        row = before.frames == 1 ? "sender, without a wait: expiry after a single frame"
+                                 : "sender, without a wait: expiry after a burst";
+        then.sender(0);
+        then.state = 0;
+    }
+    compare(row, effect, then, cells);
 }
 
 void Tables::checkClear(bool includeCurrent, const Effect& effect, Cells& cells)
 {
     const Snapshot& before = effect.before;
-    const int flags = before.state & (sending | waiting);
-    const bool keeps = before.queued == 0 || ((before.state & sending) != 0 && !includeCurrent);
+    Expected then(effect);
     const std::string what = before.queued == 0              ? "empty"
                              : (before.state & sending) != 0 ? "in progress"
                                                              : "waiting";
-    compareSender(
-        std::string("clear(") + (includeCurrent ? "true" : "false") + "), " + what, effect,
-        {keeps ? flags : 0, keeps ? std::min<std::size_t>(before.queued, 1) : 0, 0, before.retries},
-        cells);
-    require((effect.after.state & receiving) == (before.state & receiving),
-            "clear: RCTS_RECEIVING");
+    if (what == "in progress" && !includeCurrent) {
+        then.queued = 1;
+    } else if (what != "empty") {
+        then.sender(0);
+        then.queued = 0;
+    }
+    compare(std::string("clear(") + (includeCurrent ? "true" : "false") + "), " + what, effect,
+            then, cells);
 }

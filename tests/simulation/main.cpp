@@ -1,4 +1,5 @@
 #include "simulation/Simulation.h"
+#include "support/Promise.h"
 
 #include <CLI/CLI.hpp>
 
@@ -10,12 +11,6 @@
 #include <unistd.h>
 
 namespace {
-
-struct Options {
-    std::uint64_t from = 1;
-    std::uint64_t seeds = 1000;
-    bool trace = false;
-};
 
 std::uint64_t currentSeed = 0;
 
@@ -29,11 +24,11 @@ void tellSeed(int signal)
 }
 
 /// @return whether the run kept all promises.
-bool runSeed(std::uint64_t seed, const Options& options, Cells& cells, std::ostream& out)
+bool runSeed(std::uint64_t seed, bool trace, Cells& cells, std::ostream& out)
 {
     currentSeed = seed;
     try {
-        Simulation(seed, cells, options.trace ? &out : nullptr).run();
+        Simulation(seed, cells, trace ? &out : nullptr).run();
         return true;
     } catch (const std::exception& broken) {
         out << "seed " << seed << ": " << broken.what() << "\n  velkcan-simulate --seeds 1 --from "
@@ -44,12 +39,14 @@ bool runSeed(std::uint64_t seed, const Options& options, Cells& cells, std::ostr
 
 int simulate(int argc, char** argv)
 {
-    Options options;
+    std::uint64_t from = 1;
+    std::uint64_t seeds = 1000;
+    bool trace = false;
     CLI::App app{
         "Runs two endpoints through faults in virtual time, and checks what they promise."};
-    app.add_option("--seeds", options.seeds, "how many runs")->capture_default_str();
-    app.add_option("--from", options.from, "the first seed")->capture_default_str();
-    app.add_flag("--trace", options.trace, "print the exchange as a ladder");
+    app.add_option("--seeds", seeds, "how many runs")->capture_default_str();
+    app.add_option("--from", from, "the first seed")->capture_default_str();
+    app.add_flag("--trace", trace, "print the exchange as a ladder");
     CLI11_PARSE(app, argc, argv);
 
     signal(SIGPIPE, SIG_IGN);
@@ -63,26 +60,17 @@ int simulate(int argc, char** argv)
     std::cout.rdbuf(nullptr); // what the endpoints log
     std::cerr.rdbuf(nullptr);
     Cells cells(VELK_CELLS);
-    for (std::uint64_t seed = options.from; seed < options.from + options.seeds; ++seed) {
+    for (std::uint64_t seed = from; seed < from + seeds; ++seed) {
         alarm(60); // a run takes milliseconds
-        if (!runSeed(seed, options, cells, out)) {
+        if (!runSeed(seed, trace, cells, out)) {
             return 1;
         }
     }
     const int holes = cells.print(out);
-    out << options.seeds << " runs kept every promise; " << holes << " cells never met\n";
-    const bool enoughToMeetAll = options.seeds >= 1000;
-    return enoughToMeetAll && holes > 0 ? 1 : 0;
+    out << seeds << " runs kept every promise; " << holes << " cells never met\n";
+    return seeds >= 1000 && holes > 0 ? 1 : 0; // fewer do not meet all
 }
 
 } // namespace
 
-int main(int argc, char** argv)
-{
-    try {
-        return simulate(argc, argv);
-    } catch (const std::exception& error) {
-        std::fputs(error.what(), stderr);
-        return 2;
-    }
-}
+int main(int argc, char** argv) { return runProgram(simulate, argc, argv); }

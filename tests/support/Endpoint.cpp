@@ -1,23 +1,16 @@
 #include "support/Endpoint.h"
 
+#include "support/Promise.h"
+
 #include <algorithm>
 #include <filesystem>
 #include <sstream>
-#include <stdexcept>
 #include <utility>
 
 #include <fcntl.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace {
-
-void require(bool done, const char* what)
-{
-    if (!done) {
-        throw std::runtime_error(what);
-    }
-}
 
 /// What waits in the pipe: one read takes all that it can hold.
 std::vector<std::unique_ptr<MessageBase>> takeAll(TraceMessageBuffer& buffer)
@@ -60,6 +53,8 @@ Endpoint::Endpoint(int level) : CANTransportThread(level)
         std::ostringstream text;
         text << status << ' ' << value;
         heard.push_back(text.str());
+        stateAtStatus = Access::state(*this);
+        timerAtStatus = Access::timerUs(*this);
     };
     setDelegate(listener);
 }
@@ -136,19 +131,13 @@ void Endpoint::breakProxy(bool full)
     setConnection(dead[full ? 1 : 0]);
 }
 
-void Endpoint::breakClient() { savedOutput = std::exchange(Access::outputWriteEnd(*this), -1); }
+void Endpoint::breakClient() { savedOutput = std::exchange(Access::output(*this)[1], -1); }
 
-void Endpoint::mendClient() { Access::outputWriteEnd(*this) = std::exchange(savedOutput, -1); }
+void Endpoint::mendClient() { Access::output(*this)[1] = std::exchange(savedOutput, -1); }
 
-int Endpoint::outputWaiting() const
+Access::Snapshot Access::snapshot(CANTransportThread& e)
 {
-    int bytes = 0;
-    ioctl(outputEnd, FIONREAD, &bytes);
-    return bytes;
-}
-
-CANTransportThreadAccess::Snapshot CANTransportThreadAccess::snapshot(CANTransportThread& e)
-{
+    const MutexLock lock(e.queueMutex);
     const std::size_t frames = e.sendQueue.empty() ? 0 : e.sendQueue.front()->size();
     const bool sending = (e.state & CANTransportThread::RCTS_SENDING) != 0;
     const auto position = sending ? e.msgPart - e.sendQueue.front()->begin() : 0;
@@ -163,6 +152,8 @@ CANTransportThreadAccess::Snapshot CANTransportThreadAccess::snapshot(CANTranspo
             static_cast<std::size_t>(position),
             e.sendRetry,
             e.connected,
+            e.reportFailure,
+            inUs(e.selectTimeout),
             inUs(e.selectTimeoutLeft)};
 }
 

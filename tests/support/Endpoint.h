@@ -1,6 +1,7 @@
 #pragma once
 
 #include "velk/CANTransportThread.h"
+#include "velk/DescriptorSet.h"
 
 #include <initializer_list>
 #include <string>
@@ -25,10 +26,11 @@ struct CANTransportThreadAccess {
         std::size_t position; ///< Of msgPart in them, while sending.
         int retries;
         bool connected;
-        long timerUs; ///< What is left.
+        bool reportFailure;
+        long selectedUs; ///< The timer as it was set.
+        long timerUs;    ///< What is left.
     };
     static Snapshot snapshot(CANTransportThread& e);
-    static long selectedUs(CANTransportThread& e) { return inUs(e.selectTimeout); }
     static void setTimeLeft(CANTransportThread& e, long us)
     {
         e.selectTimeoutLeft = {us / 1000000, us % 1000000};
@@ -39,25 +41,56 @@ struct CANTransportThreadAccess {
     {
         return e.expectedFrame == CANTransportThread::EXPECT_CONSECUTIVE;
     }
-    static int& inputReadEnd(CANTransportThread& e) { return e.inputPipe[0]; }
-    static int& outputWriteEnd(CANTransportThread& e) { return e.outputPipe[1]; }
+    static int state(const CANTransportThread& e) { return e.state; }
+    static long timerUs(const CANTransportThread& e) { return inUs(e.selectTimeoutLeft); }
+    static int (&input(CANTransportThread& e))[2] { return e.inputPipe; }
+    static int (&output(CANTransportThread& e))[2] { return e.outputPipe; }
+    /// What a clear() does that comes after `before`, which has the queue locked.
+    static void clearAfter(CANTransportThread& e, const std::function<void()>& before)
+    {
+        const MutexLock lock(e.queueMutex);
+        before();
+        e.sendQueue.clear();
+        e.state &= ~(CANTransportThread::RCTS_SENDING | CANTransportThread::RCTS_WAIT_FOR_FC);
+    }
     static std::string printState(int value) { return CANTransportThread::printState(value); }
     static void handleData(CANTransportThread& e) { e.handleData(); }
     static void handle(CANTransportThread& e, TPCANMsg frame) { e.handleCANData(frame); }
+    /// One pass of the loop, which waits as long as it has to.
+    static void pass(CANTransportThread& e)
+    {
+        DescriptorSet input(e.inputPipe[0]);
+        e.pass(input);
+    }
+    /// A pass whose time is over.
     static void expire(CANTransportThread& e)
     {
-        e.selectTimeoutLeft = e.selectTimeout;
-        e.handleTimeout();
+        if (e.idle()) { // a clear() came while the loop waited
+            e.selectTimeoutLeft = e.selectTimeout;
+            e.handleTimeout();
+        } else {
+            setTimeLeft(e, 0);
+            pass(e);
+        }
     }
-    /// The part of a pass in front of the wait, up to the choice of the timeout.
-    static bool restIfIdle(CANTransportThread& e) { return e.idle() && e.rest() == nullptr; }
+    /// The part of a pass before the wait, up to the choice of the timeout.
+    static bool restIfIdle(CANTransportThread& e)
+    {
+        const bool idle = e.idle();
+        if (idle) {
+            e.stopTimer();
+            e.endReceptionWithoutTimer();
+        }
+        return idle;
+    }
 };
+
+using Access = CANTransportThreadAccess;
 
 /// An endpoint driven by hand: no thread runs, the handlers are called one by one, and what leaves
 /// is taken from the pipes.
 class Endpoint : public CANTransportThread {
 public:
-    using Access = CANTransportThreadAccess;
     static constexpr unsigned short ownId = 0x123;
     static constexpr std::uint32_t peerId = 0x456;
 
@@ -85,12 +118,13 @@ public:
     std::uint32_t lastDeliveredId = 0;
     /// The status changes since the last call: "CTT_ACKNOWLEDGED 65".
     Lines statuses();
+    int stateAtStatus = -1;  ///< `state` while the delegate heard the last one.
+    long timerAtStatus = -1; ///< What was left of the timer.
 
     void breakProxy(bool full); ///< Full and non-blocking, or gone.
     void mendProxy() { setConnection(proxyPipe[1]); }
     void breakClient(); ///< No message can be delivered.
     void mendClient();
-    int outputWaiting() const; ///< Bytes that the client has not read.
 
     int inputEnd = -1;  ///< Where the client and the bus write.
     int outputEnd = -1; ///< Where the client reads; here without waiting.

@@ -3,6 +3,8 @@
 #include "velk/LogUtil.h"
 #include "velk/Millisleep.h"
 
+#include <gtest/gtest.h>
+
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -17,8 +19,6 @@ public:
         std::cout.rdbuf(cout);
         std::cerr.rdbuf(cerr);
     }
-    LogCapture(const LogCapture&) = delete;
-    LogCapture& operator=(const LogCapture&) = delete;
 
     /// What has come since the last call.
     std::string out() { return take(outText); }
@@ -49,4 +49,32 @@ private:
     std::ostringstream errText;
     std::streambuf* cout;
     std::streambuf* cerr;
+};
+
+/// While it lives, each write to std::cout and std::cerr throws, and both streams let it out.
+class FailingStreams {
+public:
+    FailingStreams()
+    {
+        for (std::ostream* stream : {&std::cout, &std::cerr}) {
+            stream->rdbuf(&buffer);
+            stream->exceptions(all);
+        }
+    }
+    ~FailingStreams()
+    {
+        for (std::ostream* stream : {&std::cout, &std::cerr}) {
+            EXPECT_TRUE(stream->good() && stream->exceptions() == all) << "as it was";
+            stream->exceptions(std::ios_base::goodbit);
+        }
+    }
+
+private:
+    static constexpr auto all =
+        std::ios_base::badbit | std::ios_base::failbit | std::ios_base::eofbit;
+    struct Failing : std::streambuf {
+        int overflow(int /*byte*/) override { throw 1; }
+        int sync() override { throw 1; }
+    } buffer;
+    LogCapture restorer; ///< Of the buffers.
 };

@@ -9,7 +9,6 @@
 #include <thread>
 
 #include <fcntl.h>
-#include <malloc.h>
 #include <poll.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -111,6 +110,13 @@ struct RunningPair {
     Client b;
 };
 
+Bytes request(std::size_t size) { return bytesOf(CANTransportTraceMessage(pattern(size))); }
+
+Bytes frame(std::uint8_t first, std::uint8_t second = 0)
+{
+    return recordOf({1, 8, {first, second}});
+}
+
 } // namespace
 
 TEST(Threads, messagesPassWhileEightClientThreadsMeddle)
@@ -174,18 +180,26 @@ TEST(Threads, stopAtAnyMomentLosesNoMessageAndLeavesNothingBehind)
 
 TEST(Threads, stopGetsThroughWhereverTheThreadStandsAndStartGoesOn)
 {
-    const Bytes request = bytesOf(CANTransportTraceMessage({7}));
-    const Bytes refusal = bytesOf(CANTraceMessage(1, Bytes{0x30}.data(), 1));
-    // What leads to the place, and the line in front of it. LoopTest has the writes to full pipes.
-    const std::tuple<Bytes, Bytes, const char*> rows[] = {
+    enum { nothing, proxy, client };
+    struct {
+        Bytes first;      ///< This and what follows lead to the place.
+        Bytes second;     ///< May be empty.
+        const char* line; ///< The one before the place.
+        int full = nothing;
+        std::size_t room = 0; ///< Bytes that the full pipe still takes.
+    } const rows[] = {
         {{}, {}, "timeout set to 0"},
-        {request, {}, "state = RCTS_SENDING RCTS_WAIT_FOR_FC"},
-        {request, refusal, "NOT_READY_TO_RECEIVE received"},
-        {refusal, {}, "CTT_CONNECTED"},
+        {request(1), {}, "state = RCTS_SENDING RCTS_WAIT_FOR_FC"},
+        {request(1), frame(0x30), "NOT_READY_TO_RECEIVE received"},
+        {frame(0x30), {}, "CTT_CONNECTED"},
         {bytesOf(CANTraceMessage(1, pattern(9).data(), 9)),
          {},
-         "left by an exception: CANTraceMessageBase too long"}};
-    for (const auto& [first, second, line] : rows) {
+         "left by an exception: CANTraceMessageBase too long"},
+        {request(20), frame(0x31), "[8] 20 ", proxy, 39}, // in the middle of an attempt
+        {frame(0x10, 20), {}, "[8] 31 ", proxy},
+        {frame(0x10, 7), frame(0x20), "checkConsecutiveFrame", client},
+    };
+    for (const auto& row : rows) {
         LogCapture log;
         Endpoint endpoint(3);
         bool whole = true;
@@ -195,19 +209,35 @@ TEST(Threads, stopGetsThroughWhereverTheThreadStandsAndStartGoesOn)
             whole = true;
         };
         endpoint.setDelegate(slow);
-        endpoint.write(first);
-        endpoint.write(second);
+        int(&pipe)[2] = row.full == client ? Access::output(endpoint) : endpoint.proxyPipe;
+        Bytes filling(row.full == nothing ? 0 : 4096 - row.room);
+        fcntl(pipe[1], F_SETPIPE_SZ, 4096);
+        fcntl(pipe[1], F_SETFL, 0);
+        write(pipe[1], filling.data(), filling.size());
+        endpoint.write(row.first);
+        if (row.room > 0) {
+            endpoint.takeInput(); // what starts the timer
+            Access::setTimeLeft(endpoint, 500000);
+        }
+        endpoint.write(row.second);
         endpoint.start();
-        log.waitFor(line);
+        log.waitFor(row.line);
         endpoint.stop();
         // A refusal that is broken off would leave the message under way with no answer awaited.
-        const int state = Endpoint::Access::snapshot(endpoint).state;
-        EXPECT_TRUE(whole && state != CANTransportThread::RCTS_SENDING) << line;
+        const auto stopped = Access::snapshot(endpoint);
+        EXPECT_TRUE(whole && stopped.state != CANTransportThread::RCTS_SENDING) << row.line;
+        EXPECT_TRUE(row.room == 0 || stopped.timerUs == 1000000) << "an attempt waits for a second";
+        read(pipe[0], filling.data(), filling.size());
+        endpoint.sent();
         log.out();
         endpoint.start();
-        endpoint.write(request);
-        log.waitFor("CAN write to canProxyFD: CAN frame 0x123 [8] 01 07");
+        endpoint.write(request(1));
+        log.waitFor(row.first == request(20) ? "[8] 10 14 " : "[8] 01 01 ");
+        endpoint.write(frame(0x10, 7));
+        endpoint.write(frame(0x20));
+        log.waitFor("[8] 33 ");
         endpoint.stop();
+        EXPECT_EQ(endpoint.delivered(), std::vector<Bytes>{Bytes(7)}) << row.line;
     }
 }
 
@@ -221,7 +251,6 @@ TEST(Threads, aThousandEndpointsExchangeMessagesBothWaysAtOnce)
         GTEST_SKIP() << "the hard limit of descriptors is " << limit.rlim_max;
     }
     LogCapture log;
-    const std::size_t heapBefore = mallinfo2().uordblks;
     std::deque<RunningPair> pairs(endpoints / 2);
     for (int round = 0; round < 5 / VELK_TEST_SHARE; ++round) {
         for (RunningPair& pair : pairs) {
@@ -232,10 +261,5 @@ TEST(Threads, aThousandEndpointsExchangeMessagesBothWaysAtOnce)
             pair.a.awaitAt(pair.b);
             pair.b.awaitAt(pair.a);
         }
-    }
-    if (VELK_TEST_SHARE == 1) { // a sanitizer has a heap of its own
-        const std::size_t bytes = (mallinfo2().uordblks - heapBefore) / endpoints;
-        std::printf("heap in use for each endpoint: %zu bytes\n", bytes);
-        RecordProperty("heapBytesPerEndpoint", std::to_string(bytes));
     }
 }

@@ -6,7 +6,7 @@
 
 namespace {
 
-/// The lines printed of a log that hold `part`.
+/// @return the lines printed for a log that contain `part`.
 std::string dumpOf(const std::string& log, const std::string& part, const DumpOptions& options = {})
 {
     std::string printed;
@@ -15,7 +15,7 @@ std::string dumpOf(const std::string& log, const std::string& part, const DumpOp
     });
     std::istringstream lines(log);
     for (std::string line; std::getline(lines, line);) {
-        if (const auto logged = parseLogLine(line)) {
+        if (const auto logged = parseCandumpLine(line)) {
             dump.take(*logged);
         }
     }
@@ -40,9 +40,9 @@ TEST(Dump, readsWhatCandumpWrites)
     }
 }
 
-TEST(Dump, tellsWhatBecomesOfEachMessage)
+TEST(Dump, reportsTheOutcomeOfEachMessage)
 {
-    // Two pairs start at once and answer in the other order; 5, and 1 on another bus, have no peer.
+    // Two pairs start together and answer in reverse order; 5, and 1 on another bus, have no peer.
     EXPECT_EQ(dumpOf("c 1#0141\nc 3#0143\nc 4#33\nc 2#33\nc 3#0144\nc 5#0145\nd 1#0146\nc 4#33\n"
                      "c 3#0147\nc 4#33\n",
                      "->"),
@@ -61,7 +61,7 @@ TEST(Dump, tellsWhatBecomesOfEachMessage)
               "001 -> 002  incomplete, 1 byte  42\n");
     EXPECT_EQ(dumpOf(log, "FC ready", {"", {}, true, false}),
               "001 |<--------------- FC ready to receive --| 002\n");
-    // The sixth try is another message: five failures end the one before.
+    // The sixth attempt is another message: a message ends with its fifth failure.
     const std::string again = "(6) c 1#0142\n";
     EXPECT_EQ(dumpOf(log + again + again + again + again + again + "(7) c 2#33\n", "1 ->",
                      {"", {}, false, true}),

@@ -1,6 +1,6 @@
 #include "demo/Receipt.h"
-#include "demo/NibbleFile.h"
 
+#include "demo/NibbleFile.h"
 #include "support/Endpoint.h"
 
 #include <gtest/gtest.h>

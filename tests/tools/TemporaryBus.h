@@ -1,8 +1,8 @@
 #pragma once
 
-#include "bus/VirtualBus.h"
-
 #include "velk/Descriptor.h"
+
+#include "bus/VirtualBus.h"
 
 #include <gtest/gtest.h>
 
@@ -11,7 +11,7 @@
 #include <memory>
 #include <string>
 
-/// A bus in a folder of its own.
+/// A bus in a temporary folder.
 class TemporaryBus {
 public:
     explicit TemporaryBus(VirtualBus::Options busOptions = {}) : options(std::move(busOptions))

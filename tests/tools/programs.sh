@@ -9,10 +9,10 @@ trap 'kill -KILL $(jobs -p) 2>/dev/null; rm -rf -- "$scratch"' EXIT
 cd "$scratch" || exit 1
 failures=0
 
-# expect WHAT WANTED GOT
+# expect WHAT EXPECTED GOT
 expect() {
     [ "$2" = "$3" ] && return
-    printf 'FAILED: %s\n  wanted: %s\n  got:    %s\n' "$1" "$2" "$3"
+    printf 'FAILED: %s\n  expected: %s\n  got:      %s\n' "$1" "$2" "$3"
     failures=$((failures + 1))
 }
 
@@ -25,20 +25,20 @@ startBus() {
     done
 }
 
-# What a sender sends before its receiver is there, it sends again. A message that never comes is said
-# to be missing, where a wait without an end would say nothing.
+# A sender repeats what it sends before its receiver has started. The timeout turns a message that never
+# arrives into a failed line; without it the test would hang.
 receive() {
-    : >out # not only when the job has begun
+    : >out # now, not when the job starts
     "$bin/velkcan-recv" -s 456 -d 123 --timeout 300000 "$@" unix:bus >out 2>recv.err &
     receiver=$!
 }
 
-# eventually COMMAND...: waits until it succeeds, or the receiver has ended.
+# eventually COMMAND...: waits until it succeeds or the receiver has ended.
 eventually() {
     until "$@" || ! kill -0 "$receiver"; do sleep 0.01; done
 }
 
-standsStill() {
+isStopped() {
     ! grep -L '^State:.T' "/proc/$receiver/task/"*/status | grep -q .
 }
 
@@ -65,43 +65,50 @@ send -D 2
 wait "$receiver"
 expect "a message as JSON" '"id":"123","length":2,"data":"0102"}' "$(cut -d, -f2- out)"
 
-# The example greets its peer, and sends back what comes. Its answer can be there before the sender of
-# the message has gone, which takes it too: so the receiver is there all along.
+# The example greets its peer and sends each message back. Its answer can arrive before the sender of the
+# message has ended, which then takes the answer too: so a receiver runs all the time.
 receive -n 2
 "$readme" unix:bus >example.log 2>&1 &
 example=$!
 eventually test -s out
 "$bin/velkcan-send" -s 456 -d 123 -D 3 unix:bus
-expect "what is sent" 0 $?
+expect "the status of a message to the example" 0 $?
 wait "$receiver"
 kill "$example"
 expect "the example" "68 65 6C 6C 6F/01 02 03/" "$(tr '\n' / <out)"
 
+# The other one, with an event loop, sends each line.
+receive -n 2
+printf 'hi\nho\n' | "${readme%/*}/client-example" unix:bus >example.log 2>&1
+expect "the status of the example with an event loop" 0 $?
+wait "$receiver"
+expect "lines of the example with an event loop" "68 69/68 6F/" "$(tr '\n' / <out)"
+
 receive -l
 send -D 1
 kill -STOP "$receiver"
-eventually standsStill
-expect "a peer that stands still" 1 "$(send -D 7 --timeout 300; echo $?)"
+eventually isStopped
+expect "a peer that is stopped" 1 "$(send -D 7 --timeout 300; echo $?)"
 "$bin/velkcan-recv" -s 2 -d 1 --timeout 300000 unix:bus >other &
 other=$!
-expect "others meanwhile" 0 "$("$bin/velkcan-send" -s 1 -d 2 -D 3 unix:bus; echo $?)"
+expect "other nodes meanwhile" 0 "$("$bin/velkcan-send" -s 1 -d 2 -D 3 unix:bus; echo $?)"
 kill -CONT "$receiver"
-expect "a peer that goes on" 0 "$(send -D 2; echo $?)"
+expect "a peer that continues" 0 "$(send -D 2; echo $?)"
 eventually grep -qx '01 02' out
 wait "$other"
-expect "what others got" "01 02 03" "$(cat other)"
-expect "nobody there" 1 "$("$bin/velkcan-send" -s 1 -d 2 -D 1 --timeout 50 unix:bus 2>err; echo $?)"
-expect "what is said of it" "velkcan-send: message 1 was given up" "$(cat err)"
-expect "nothing comes" 1 "$("$bin/velkcan-recv" -s 1 -d 2 --timeout 50 unix:bus 2>err; echo $?)"
+expect "the message of other nodes" "01 02 03" "$(cat other)"
+expect "no peer" 1 "$("$bin/velkcan-send" -s 1 -d 2 -D 1 --timeout 50 unix:bus 2>err; echo $?)"
+expect "the complaint about no peer" "velkcan-send: message 1 was given up" "$(cat err)"
+expect "no message" 1 "$("$bin/velkcan-recv" -s 1 -d 2 --timeout 50 unix:bus 2>err; echo $?)"
 
-# So many nodes at once.
+# Many nodes at once.
 for ((node = 0; node < nodes; node++)); do
     "$bin/velkcan-recv" -s $((100 + node)) -d $((500 + node)) --timeout 300000 unix:bus >"node.$node" &
     pids[node]=$!
 done
 for ((node = 0; node < nodes; node++)); do
     sendOnce=("$bin/velkcan-send" -s $((500 + node)) -d $((100 + node)) -D 1 unix:bus)
-    "${sendOnce[@]}" || "${sendOnce[@]}" # its receiver may be long in coming
+    "${sendOnce[@]}" || "${sendOnce[@]}" # its receiver may start late
 done
 wait "${pids[@]}"
 expect "$nodes nodes" "$nodes 01" "$(sort node.* | uniq -c | xargs)"
@@ -109,20 +116,20 @@ expect "$nodes nodes" "$nodes 01" "$(sort node.* | uniq -c | xargs)"
 kill -KILL "$busPid"
 wait "$busPid" 2>/dev/null
 wait "$receiver"
-expect "the status when the bus has gone" "3 velkcan-recv: unix:bus: the bus is lost" "$? $(cat recv.err)"
+expect "the status when the bus is lost" "3 velkcan-recv: unix:bus: the bus is lost" "$? $(cat recv.err)"
 expect "no interface" "3 1" "$("$bin/velkcan-proxy" nosuch0 2>err; echo $?) $(grep -c "^velkcan-proxy: nosuch0: " err)"
 expect "no bus" 3 "$(send -D 1; echo $?)"
 startBus
 kill "$busPid"
 wait "$busPid"
-expect "a bus in the place of a dead one, ended" "0 1 nodes" "$? $(cut -d' ' -f2-3 <bus.err | tr -d ,)"
-expect "a bus in the place of a file" "3 300" "$("$bin/velkcan-bus" file 2>/dev/null; echo $?) $(wc -c <file)"
+expect "a bus that replaces a dead one, ended" "0 1 nodes" "$? $(cut -d' ' -f2-3 <bus.err | tr -d ,)"
+expect "a bus that would replace a file" "3 300" "$("$bin/velkcan-bus" file 2>/dev/null; echo $?) $(wc -c <file)"
 
 expect "a log in words" "123  [2]  SF len 1   41/123 -> 321  acknowledged, 1 byte  41/321  [1]  FC acknowledge/" \
     "$(printf '(1) can0 123#0141\nnothing\n(2) can0 321#33\n' | "$bin/velkcan-dump" 2>err | sort | tr '\n' /)"
-expect "what was skipped" "velkcan-dump: skipped 1 line without a data frame of classic CAN" "$(cat err)"
+expect "the complaint about skipped lines" "velkcan-dump: skipped 1 line without a data frame of classic CAN" "$(cat err)"
 
-# Each wrong argument: one line on stderr that tells what was given, nothing on stdout, status 2.
+# Each wrong argument: one line on stderr that names it, nothing on stdout, status 2.
 while read -r tool given arguments; do
     # shellcheck disable=SC2086
     "$bin/velkcan-$tool" $arguments >out 2>err </dev/null

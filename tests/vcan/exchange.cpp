@@ -9,6 +9,7 @@
 #include <mutex>
 #include <numeric>
 #include <optional>
+#include <thread>
 
 namespace {
 
@@ -54,14 +55,17 @@ void tellOfTheLoss()
 bool goesBothWays(const Client::Bytes& message, const Client::Bytes& previous, Client& one,
                   Client& other)
 {
-    try {
-        return goesThrough(message, previous, one, other) &&
-               goesThrough(message, previous, other, one);
-    } catch (const Client::BusLost&) {
-        tellOfTheLoss();
-        one.reconnect();
-        other.reconnect();
-        return goesBothWays(message, previous, one, other);
+    for (;;) {
+        try {
+            return goesThrough(message, previous, one, other) &&
+                   goesThrough(message, previous, other, one);
+        } catch (const Client::BusLost&) {
+            tellOfTheLoss();
+            std::this_thread::sleep_for(
+                std::chrono::milliseconds(100)); // it may be down for longer
+            one.reconnect();
+            other.reconnect();
+        }
     }
 }
 

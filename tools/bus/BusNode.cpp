@@ -2,6 +2,8 @@
 
 #include "velk/VelkException.h"
 
+#include "common/InputEnd.h"
+
 #include <cerrno>
 #include <utility>
 
@@ -22,30 +24,34 @@ short BusNode::events() const
 
 std::optional<CANFrame> BusNode::nextFrame(std::uint64_t& unreadable)
 {
+    TraceRecord::View record;
     while (!exhausted) {
         try {
-            auto message = source.getNextMessage();
-            if (message == nullptr) {
-                // The packets of a client that has gone without reading its own stand behind an error.
-                dead = source.read() == -1 && errno != ECONNRESET;
-                message = source.getNextMessage();
+            if (!source.getNextRecord(record)) {
+                read();
+                exhausted = !source.getNextRecord(record);
             }
-            if (message == nullptr) {
-                char byte = 0;
-                dead = dead || recv(socket.get(), &byte, 1, MSG_PEEK) == 0;
-                exhausted = true;
-            } else if (const auto frame = frameOf(*message)) {
+            if (exhausted) {
+                return std::nullopt;
+            }
+            if (const auto frame = frameOf(record)) {
                 return frame;
-            } else {
-                ++unreadable;
-                exhausted = source.empty();
             }
-        } catch (const VelkException&) { // behind all records that were read
+            ++unreadable;
+            exhausted = source.empty();
+        } catch (const VelkException&) { // after all records that were read
             ++unreadable;
             exhausted = true;
         }
     }
     return std::nullopt;
+}
+
+/// After ECONNRESET there may still be packets of a client that has gone without reading its own.
+void BusNode::read()
+{
+    const bool failed = source.read() == -1 && errno != ECONNRESET;
+    dead = failed || (source.atEnd() && isEndOfInput(socket.get()));
 }
 
 bool BusNode::deliver(const std::vector<unsigned char>& record, std::size_t queueLength)
@@ -67,7 +73,7 @@ void BusNode::flush()
     }
 }
 
-/// @return false if the client takes nothing now.
+/// @return false if the socket takes nothing now.
 bool BusNode::send(const std::vector<unsigned char>& record)
 {
     if (deaf || ::send(socket.get(), record.data(), record.size(), MSG_NOSIGNAL) != -1) {

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "bus/Frame.h"
-
 #include "velk/Descriptor.h"
 #include "velk/TraceMessageBuffer.h"
+
+#include "bus/Frame.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -11,36 +11,41 @@
 #include <optional>
 #include <vector>
 
-/// A connection to the bus: a packet for each record, and a queue in front of a client that does not
-/// read. For one thread at a time.
+/// A connection to the bus: one packet for each record, and a queue for a client that does not read. For
+/// one thread at a time.
 class BusNode {
 public:
     /// @param connection a non-blocking SOCK_SEQPACKET socket.
     BusNode(Descriptor connection, std::uint64_t nodeNumber);
 
-    const std::uint64_t number; ///< No other node of the bus ever has it.
+    const std::uint64_t number; ///< Unique among all nodes that the bus has ever had.
+    /// @return the socket; it stays the node's own.
     int descriptor() const { return socket.get(); }
-    /// What poll() has to wait for.
+    /// @return the events that poll() has to wait for.
     short events() const;
-    /// There may be more to read.
+    /// Says that there may be more to read.
     void wake() { exhausted = false; }
-    /// The client's next frame, in its order. Counts in `unreadable` what is no classic frame.
+    /// @return the client's next frame, in the order of sending; none if none waits. Records that are no
+    /// classic frame are counted in `unreadable`.
     std::optional<CANFrame> nextFrame(std::uint64_t& unreadable);
 
-    /// Sends a frame's record, or queues it. @return false if `queueLength` records wait already.
+    /// Sends the record of a frame, or queues it.
+    /// @return false if `queueLength` records wait already; the record is dropped then.
     bool deliver(const std::vector<unsigned char>& record, std::size_t queueLength);
-    /// Sends as much of the queue as the client takes.
+    /// Sends as much of the queue as the socket takes.
     void flush();
-    /// The client has gone, and nothing of it is left to carry.
+    /// @return whether the client has gone and all its frames have been returned.
     bool gone() const { return dead; }
 
 private:
+    void read();
     bool send(const std::vector<unsigned char>& record);
 
     const Descriptor socket;
     TraceMessageBuffer source;
     bool exhausted = true;
     bool dead = false;
-    bool deaf = false; ///< The client has gone or reads no more; what it has sent still counts.
+    /// The client has gone or reads no more. Frames that it has sent still count.
+    bool deaf = false;
     std::deque<std::vector<unsigned char>> queue;
 };

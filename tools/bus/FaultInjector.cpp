@@ -1,17 +1,17 @@
 #include "bus/FaultInjector.h"
 
+#include "velk/CANTransportFrame.h"
+
+using namespace CANTransportFrame;
+
 namespace {
 
-constexpr unsigned int sequenceNumbers = 16;
-
-unsigned int highNibble(const CANFrame& frame) { return frame.data[0] >> 4U; }
-unsigned int lowNibble(const CANFrame& frame) { return frame.data[0] & 0x0FU; }
-
-unsigned int headOf(unsigned int kind, unsigned int low) { return kind << 4U | low; }
+constexpr unsigned int highestNibble = 0x0F;
+constexpr unsigned int firstUnknownKind = CTP_FLOW_CONTROL + 1;
 
 } // namespace
 
-FaultInjector::FaultInjector(const Faults& faults) : rates(faults), random(faults.seed) {}
+FaultInjector::FaultInjector(const FaultRates& faults) : rates(faults), random(faults.seed) {}
 
 FaultInjector::Verdict FaultInjector::judge(const CANFrame& frame)
 {
@@ -35,58 +35,65 @@ unsigned int FaultInjector::pick(unsigned int lowest, unsigned int highest)
     return std::uniform_int_distribution<unsigned int>(lowest, highest)(random);
 }
 
-/// Keeps up with the sequence numbers, of frames that were dropped too: a receiver still waits for
-/// the first one that it has missed.
+/// Keeps track of the sequence numbers. Dropped frames count too: a receiver still waits for the first
+/// number that it has missed.
 void FaultInjector::follow(const CANFrame& frame, bool dropped)
 {
     Progress& progress = progressOfId[frame.canID];
-    if (highNibble(frame) == CANTransportThread::CTP_FIRST_FRAME) {
+    switch (kindOf(frame.data)) {
+    case CTP_FIRST_FRAME:
         progress.sent = sequenceNumbers - 1;
         progress.due = dropped ? progress.due : 0;
-    } else if (highNibble(frame) == CANTransportThread::CTP_CONSECUTIVE_FRAME) {
-        progress.sent = lowNibble(frame);
+        break;
+    case CTP_CONSECUTIVE_FRAME:
+        progress.sent = lowNibbleOf(frame.data);
         if (!dropped && progress.sent == progress.due) {
             progress.due = (progress.due + 1) % sequenceNumbers;
         }
+        break;
+    case CTP_SINGLE_FRAME:
+    case CTP_FLOW_CONTROL:
+        break;
     }
 }
 
 CANFrame FaultInjector::makeStray(std::uint32_t canID)
 {
-    CANFrame stray{canID, 8, {}};
+    CANFrame stray{canID, dataBytes, {}};
     for (std::uint8_t& byte : stray.data) {
         byte = static_cast<std::uint8_t>(pick(0, 255));
     }
-    unsigned int head = 0;
-    switch (pick(0, 4)) {
-    case 0:
-        break;
-    case 1:
-        head = headOf(CANTransportThread::CTP_SINGLE_FRAME, pick(8, 15));
-        break;
-    case 2:
-        head = headOf(CANTransportThread::CTP_FLOW_CONTROL, strayFlowControl());
-        break;
-    case 3:
-        head = headOf(CANTransportThread::CTP_CONSECUTIVE_FRAME,
-                      straySequenceNumber(progressOfId[canID]));
-        break;
-    default:
-        head = headOf(pick(4, 15), pick(0, 15));
-    }
-    stray.data[0] = static_cast<std::uint8_t>(head);
+    stray.data[0] = strayFirstByte(progressOfId[canID]);
     return stray;
 }
 
-unsigned int FaultInjector::strayFlowControl()
+std::uint8_t FaultInjector::strayFirstByte(const Progress& progress)
 {
-    const unsigned int code = pick(0, 14);
-    return code < CANTransportThread::CTP_FC_ACKNOWLEDGE ? code : code + 1;
+    switch (pick(0, 4)) {
+    case 0:
+        return 0;
+    case 1:
+        return firstByte(CTP_SINGLE_FRAME, pick(singleFrameBytes + 1, highestNibble));
+    case 2:
+        return firstByte(CTP_FLOW_CONTROL, strayFlowControl());
+    case 3:
+        return firstByte(CTP_CONSECUTIVE_FRAME, straySequenceNumber(progress));
+    default:
+        const unsigned int low = pick(0, highestNibble);
+        return firstByte(static_cast<framekind_t>(pick(firstUnknownKind, highestNibble)), low);
+    }
 }
 
-/// Far from the number sent last, and not the one that is due: frames that a node's full queue
-/// dropped are not known here, and a receiver that missed up to four of them waits for one shortly
-/// behind the last.
+/// @return any code except an acknowledgement.
+unsigned int FaultInjector::strayFlowControl()
+{
+    const unsigned int code = pick(0, highestNibble - 1);
+    return code < CTP_FC_ACKNOWLEDGE ? code : code + 1;
+}
+
+/// The number is far from the one sent last, and is not the one that is due. The injector does not know
+/// of frames that the full queue of a node has dropped: a receiver that missed up to four of them waits
+/// for a number shortly after the last.
 unsigned int FaultInjector::straySequenceNumber(const Progress& progress)
 {
     const unsigned int number = (progress.sent + pick(5, 10)) % sequenceNumbers;

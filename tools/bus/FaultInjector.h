@@ -8,22 +8,23 @@
 #include <unordered_map>
 
 /// Probabilities for each frame, from 0 to 1 and independent of each other.
-struct Faults {
+struct FaultRates {
     double drop = 0;      ///< The frame reaches nobody.
     double duplicate = 0; ///< The frame is carried twice in a row.
     double stray = 0;     ///< A frame that nobody sent follows, with the same CAN id.
     std::uint64_t seed = 1;
 
+    /// @return whether any fault can happen.
     bool any() const { return drop > 0 || duplicate > 0 || stray > 0; }
 };
 
 /// Decides what goes wrong with a frame. The same seed and frames give the same faults.
 ///
-/// Stray frames are only those that a receiver can tell to be wrong: unknown kinds, 0x00, single
-/// frames that claim 8 to 15 bytes, flow control other than an acknowledgement, and consecutive
-/// frames with a sequence number that is not due. The frames of this protocol bear neither a
-/// checksum nor a message number, so nobody could tell a stray data frame with the right number, or
-/// a stray acknowledgement, from a true one.
+/// A stray frame is always one that a receiver can recognise as wrong: an unknown kind, 0x00, a single
+/// frame that claims 8 to 15 bytes, a flow control that is no acknowledgement, or a consecutive frame
+/// with a sequence number that is not due. Frames of this protocol have neither a checksum nor a message
+/// number, so no receiver could recognise a stray data frame with the right number, or a stray
+/// acknowledgement.
 class FaultInjector {
 public:
     struct Verdict {
@@ -32,25 +33,27 @@ public:
         std::optional<CANFrame> stray;
     };
 
-    explicit FaultInjector(const Faults& faults);
+    explicit FaultInjector(const FaultRates& faults);
 
+    /// @return what goes wrong with the frame.
     Verdict judge(const CANFrame& frame);
 
 private:
-    /// Where the messages of one CAN id stand.
+    /// Sequence numbers of one CAN id.
     struct Progress {
-        unsigned int sent = 15; ///< Sequence number that was sent last.
-        unsigned int due = 0;   ///< The one that a receiver takes next, if it is receiving at all.
+        unsigned int sent = CANTransportFrame::sequenceNumbers - 1; ///< The one sent last.
+        unsigned int due = 0; ///< The one that a receiver accepts next, if it is receiving.
     };
 
     bool happens(double probability);
     unsigned int pick(unsigned int lowest, unsigned int highest);
     void follow(const CANFrame& frame, bool dropped);
     CANFrame makeStray(std::uint32_t canID);
+    std::uint8_t strayFirstByte(const Progress& progress);
     unsigned int strayFlowControl();
     unsigned int straySequenceNumber(const Progress& progress);
 
-    const Faults rates;
+    const FaultRates rates;
     std::mt19937_64 random;
     std::unordered_map<std::uint32_t, Progress> progressOfId;
 };

@@ -1,19 +1,22 @@
 #include "bus/Frame.h"
 
+#include "common/FrameRecord.h"
+
 #include <algorithm>
 
-std::optional<CANFrame> frameOf(const MessageBase& message)
+std::optional<CANFrame> frameOf(const TraceRecord::View& record)
 {
-    const auto* const trace = dynamic_cast<const CANTraceMessageBase*>(&message);
-    if (trace == nullptr || trace->length > sizeof CANFrame::data) {
+    const auto body = FrameRecord::classicFrameIn(record);
+    if (!body) {
         return std::nullopt;
     }
-    CANFrame frame{trace->canID, trace->length, {}};
-    std::copy_n(trace->data, frame.len, frame.data);
+    CANFrame frame{body->canID, body->length, {}};
+    std::copy_n(body->data, body->length, frame.data);
     return frame;
 }
 
 void serialise(const CANFrame& frame, std::vector<unsigned char>& record)
 {
-    CANExtTraceMessage(frame.canID, frame.data, frame.len).createByteArray(record, true, false);
+    record.clear();
+    FrameRecord::append(record, frame.canID, frame.data, frame.len);
 }

@@ -1,15 +1,16 @@
 #pragma once
 
 #include "velk/CANTransportThread.h"
+#include "velk/TraceRecord.h"
 
 #include <optional>
 #include <vector>
 
-/// What a bus carries.
+/// A frame on the bus.
 using CANFrame = CANTransportThread::TPCANMsg;
 
-/// The frame that the message holds; none if it holds none, or one of more than 8 bytes.
-std::optional<CANFrame> frameOf(const MessageBase& message);
+/// @return the frame in the record; none if the record holds no frame, or one of more than 8 bytes.
+std::optional<CANFrame> frameOf(const TraceRecord::View& record);
 
-/// Replaces what `record` holds by the frame's trace message.
+/// Replaces the content of `record` by the record of the frame.
 void serialise(const CANFrame& frame, std::vector<unsigned char>& record);

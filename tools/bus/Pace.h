@@ -9,16 +9,16 @@ namespace Pace {
 
 using Clock = std::chrono::steady_clock;
 
-/// Bits of a classic frame with an 11-bit id on the wire: 47 around the data, the data, and one
-/// stuff bit for every seven of the bits that are stuffed (the worst case would be one for four).
-/// 125 for a frame of 8 data bytes.
+/// @return bits of a classic frame with an 11-bit id on the wire: 47 around the data, the data, and one
+/// stuff bit for each seven bits that can be stuffed (the worst case would be one for four). 125 for a
+/// frame of 8 data bytes.
 constexpr unsigned int bitsOfFrame(unsigned int dataBytes)
 {
     const unsigned int stuffable = 34 + 8 * dataBytes;
     return 47 + 8 * dataBytes + stuffable / 7;
 }
 
-/// @param bitrate in bits per second, not 0.
+/// @return how long a frame takes. @param bitrate in bits per second, not 0.
 constexpr Clock::duration timeOfFrame(unsigned int dataBytes, unsigned long bitrate)
 {
     return std::chrono::nanoseconds(bitsOfFrame(dataBytes) * 1000000000ULL / bitrate);

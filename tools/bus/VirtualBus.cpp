@@ -15,20 +15,17 @@
 
 namespace {
 
-/// How far a paced bus may be behind: more is not made up for, so that a process that was held up
-/// goes on at its pace.
+/// How far a paced bus may fall behind and catch up. A longer delay of the process is not caught up.
 constexpr std::chrono::milliseconds greatestLag{10};
 
-/// Frames that are carried before the nodes, new connections and the end of the bus get a look.
+/// Frames that are carried before the bus looks at nodes, new connections and stop().
 constexpr int mostAtOnce = 256;
 
 enum WaitIndex : std::size_t { quitIndex, listenerIndex, firstNodeIndex };
 
 [[noreturn]] void fail(const std::string& what, int error)
 {
-    VelkException exception;
-    exception << what << ": " << std::strerror(error);
-    throw exception;
+    throwVelkException(what, ": ", std::strerror(error));
 }
 
 timespec untilThen(Pace::Clock::time_point then)
@@ -40,7 +37,7 @@ timespec untilThen(Pace::Clock::time_point then)
     return {static_cast<time_t>(seconds.count()), static_cast<long>(rest.count())};
 }
 
-/// Whether the socket of a bus that has died stands there, and nothing else.
+/// @return whether the file is the socket of a bus that has died.
 bool isStale(const sockaddr_un& address)
 {
     struct stat file {};
@@ -80,7 +77,7 @@ void VirtualBus::stop()
     }
 }
 
-/// Nobody can connect before the socket has its mode.
+/// listen() comes after chmod(): nobody can connect before the socket has its mode.
 void VirtualBus::listen()
 {
     sockaddr_un address{};
@@ -121,7 +118,7 @@ void VirtualBus::run()
     nodes.clear();
 }
 
-/// What waits or, at a bitrate, all whose time has come.
+/// Carries frames that wait; at a bitrate, only those whose time has come.
 VirtualBus::Left VirtualBus::carryFrames()
 {
     if (options.bitrate != 0) {
@@ -138,8 +135,8 @@ VirtualBus::Left VirtualBus::carryFrames()
     return Left::some;
 }
 
-/// A frame that follows another one starts where that one ended, not when this thread got to it:
-/// the time that a wakeup takes would otherwise be lost for each frame.
+/// A frame that follows another starts when that one ended, not when this thread woke up: otherwise each
+/// frame would lose the time of a wakeup.
 void VirtualBus::carryAtPace()
 {
     const auto now = Pace::Clock::now();
@@ -236,7 +233,7 @@ void VirtualBus::count(Fate fate)
     }
 }
 
-/// A frame of its own that is on the wire still reaches the others.
+/// A frame that a dead node has on the wire still reaches the others.
 void VirtualBus::forgetTheDead()
 {
     nodes.erase(
@@ -254,7 +251,7 @@ void VirtualBus::waitForEvents(Left left)
 {
     waits.assign({{quit.get(), POLLIN, 0}, {listener.get(), POLLIN, 0}});
     for (const auto& node : nodes) {
-        const short events = node->events(); // none: it need not tell that it has gone, either
+        const short events = node->events(); // if none, a hangup does not matter either
         waits.push_back({events == 0 ? -1 : node->descriptor(), events, 0});
     }
     if (onWire) {
@@ -277,7 +274,7 @@ void VirtualBus::waitForEvents(Left left)
     }
 }
 
-/// Out of descriptors, the connection waits; the pause keeps that from taking the processor.
+/// Without a free descriptor the connection waits; the pause keeps the loop from spinning meanwhile.
 void VirtualBus::accept()
 {
     Descriptor connection(accept4(listener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));

@@ -9,19 +9,20 @@ namespace {
 
 constexpr Tool::Description description{
     "velkcan-bus",
-    "A CAN bus on a Unix socket, for machines without one. Each connection is a node, and each "
-    "packet\n"
-    "one frame as a trace message; every node gets the frames of all others. Runs until SIGINT or\n"
-    "SIGTERM, and then prints what it has carried on stderr.\n",
+    R"(A CAN bus on a Unix socket, for machines without one. Each connection is a node, and
+each packet is one frame as a trace message; every node receives the frames of all
+others. Runs until SIGINT or SIGTERM, then prints its counters on stderr.
+)",
     "[options] PATH",
-    "Exit status: 0 ended by a signal; 2 wrong arguments; 3 the socket cannot be had.\n"
-    "\n"
-    "Example, with a terminal for each:\n"
-    "  velkcan-bus /tmp/bus\n"
-    "\n"
-    "  velkcan-recv -s 456 -d 123 unix:/tmp/bus\n"
-    "\n"
-    "  echo 'DE AD BEEF' | velkcan-send -s 123 -d 456 unix:/tmp/bus\n"};
+    R"(Exit status: 0 ended by a signal; 2 wrong arguments; 3 the socket cannot be created.
+
+Example, with one terminal for each command:
+  velkcan-bus /tmp/bus
+
+  velkcan-recv -s 456 -d 123 unix:/tmp/bus
+
+  echo 'DE AD BEEF' | velkcan-send -s 123 -d 456 unix:/tmp/bus
+)"};
 
 struct Options {
     std::string path;
@@ -30,7 +31,7 @@ struct Options {
 
 void declare(CLI::App& app, Options& options)
 {
-    app.add_option("PATH", options.path, "Of the socket")->required()->type_name("");
+    app.add_option("PATH", options.path, "Path of the socket")->required()->type_name("");
     app.add_option_function<std::string>(
            "--mode",
            [&options](const std::string& text) {
@@ -46,9 +47,10 @@ void declare(CLI::App& app, Options& options)
         ->type_name("MODE");
     Tool::addNumber(app, "--bitrate N", options.bus.bitrate, 0UL, 1000000000UL,
                     "Bits per second; a frame of 8 data bytes counts as 125 bits\n"
-                    "(default: 0, as fast as it goes)");
+                    "(default: 0, as fast as possible)");
     Tool::addNumber<std::size_t>(app, "--queue N", options.bus.queueLength, 1, 1000000,
-                                 "Frames that wait for one node; more are dropped (default: 1024)");
+                                 "Frames that may wait for one node; more are dropped\n"
+                                 "(default: 1024)");
 }
 
 int carry(const Options& options)

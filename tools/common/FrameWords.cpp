@@ -1,49 +1,43 @@
 #include "common/FrameWords.h"
 
+#include "velk/CANTransportFrame.h"
+
 #include <cstdio>
+
+using namespace CANTransportFrame;
 
 namespace {
 
-using Transport = CANTransportThread;
-
-std::string flowControlWords(int code)
+std::string codeWords(flowcontrol_t code)
 {
     switch (code) {
-    case Transport::CTP_FC_NOT_READY_TO_RECEIVE:
+    case CTP_FC_NOT_READY_TO_RECEIVE:
         return "not ready to receive";
-    case Transport::CTP_FC_READY_TO_RECEIVE:
+    case CTP_FC_READY_TO_RECEIVE:
         return "ready to receive";
-    case Transport::CTP_FC_NOT_ACKNOWLEDGE:
+    case CTP_FC_NOT_ACKNOWLEDGE:
         return "not acknowledge";
-    case Transport::CTP_FC_ACKNOWLEDGE:
+    case CTP_FC_ACKNOWLEDGE:
         return "acknowledge";
-    default:
-        return "code " + std::to_string(code);
     }
-}
-
-std::string unknownWords(unsigned int head)
-{
-    char text[16];
-    std::snprintf(text, sizeof text, "unknown 0x%02x", head);
-    return text;
+    return "code " + std::to_string(code);
 }
 
 } // namespace
 
-std::string frameWords(const Transport::TPCANMsg& frame)
+std::string frameWords(const CANTransportThread::TPCANMsg& frame)
 {
-    const int low = frame.data[0] & 0x0F;
-    switch (frame.data[0] >> 4) {
-    case Transport::CTP_SINGLE_FRAME:
-        return "SF len " + std::to_string(low);
-    case Transport::CTP_FIRST_FRAME:
-        return "FF len " + std::to_string(low << 8 | frame.data[1]);
-    case Transport::CTP_CONSECUTIVE_FRAME:
-        return "CF " + std::to_string(low);
-    case Transport::CTP_FLOW_CONTROL:
-        return "FC " + flowControlWords(low);
-    default:
-        return unknownWords(frame.data[0]);
+    switch (kindOf(frame.data)) {
+    case CTP_SINGLE_FRAME:
+        return "SF len " + std::to_string(lowNibbleOf(frame.data));
+    case CTP_FIRST_FRAME:
+        return "FF len " + std::to_string(announcedLengthOf(frame.data));
+    case CTP_CONSECUTIVE_FRAME:
+        return "CF " + std::to_string(lowNibbleOf(frame.data));
+    case CTP_FLOW_CONTROL:
+        return "FC " + codeWords(codeOf(frame.data));
     }
+    char text[16];
+    std::snprintf(text, sizeof text, "unknown 0x%02x", static_cast<unsigned int>(frame.data[0]));
+    return text;
 }

@@ -4,6 +4,6 @@
 
 #include <string>
 
-/// What a frame says, in words: `SF len 7`, `FF len 20`, `CF 3`, `FC acknowledge`; `unknown 0x7a` for
-/// a first byte that has no meaning.
+/// @return the frame in words: `SF len 7`, `FF len 20`, `CF 3`, `FC acknowledge`; `unknown 0x7a` for a
+/// first byte that has no meaning.
 std::string frameWords(const CANTransportThread::TPCANMsg& frame);

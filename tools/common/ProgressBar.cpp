@@ -4,14 +4,14 @@
 
 #include <unistd.h>
 
-ProgressBar::ProgressBar() : wanted(isatty(STDERR_FILENO) == 1) {}
+ProgressBar::ProgressBar() : onTerminal(isatty(STDERR_FILENO) == 1) {}
 
 void ProgressBar::show(std::uint64_t done, std::uint64_t all)
 {
     constexpr std::chrono::milliseconds interval{100};
     constexpr int width = 50;
     const auto now = std::chrono::steady_clock::now();
-    if (!wanted || now - last < interval) {
+    if (!onTerminal || now - last < interval) {
         return;
     }
     last = now;

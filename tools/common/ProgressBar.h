@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-/// A bar in the last line of a terminal on stderr; nothing if stderr is none.
+/// A bar in the last line of a terminal on stderr. Draws nothing if stderr is no terminal.
 class ProgressBar {
 public:
     ProgressBar();
@@ -12,12 +12,12 @@ public:
     ProgressBar(const ProgressBar&) = delete;
     ProgressBar& operator=(const ProgressBar&) = delete;
 
-    /// Draws it anew, at most every 100 ms. @param all not 0.
+    /// Draws the bar again, at most every 100 ms. @param all not 0.
     void show(std::uint64_t done, std::uint64_t all);
     void erase();
 
 private:
-    const bool wanted;
+    const bool onTerminal;
     bool drawn = false;
     std::chrono::steady_clock::time_point last{};
 };

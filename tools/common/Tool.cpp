@@ -10,7 +10,7 @@
 
 namespace {
 
-/// Names an option by its type alone, as a man page does.
+/// Shows only the type after the name of an option, as a man page does.
 struct Formatter : CLI::Formatter {
     std::string make_option_opts(const CLI::Option* option) const override
     {
@@ -74,20 +74,23 @@ int Tool::runProgram(int count, char** arguments, const Description& description
     }
 }
 
-void Tool::addLine(CLI::App& app, Line& line)
+void Tool::addConnection(CLI::App& app, Connection& connection)
 {
-    addId(app, "-s", line.ownId, "The own CAN id, in hexadecimal");
-    addId(app, "-d", line.peerId, "The peer's CAN id, in hexadecimal");
-    app.add_option("BUS", line.bus, "can0, unix:PATH or exec:COMMAND")->required()->type_name("");
-    app.add_flag("-v", line.verbosity, "Show the log on stderr; -vv and so on show more of it");
+    addId(app, "-s", connection.ownId, "Own CAN id, in hexadecimal");
+    addId(app, "-d", connection.peerId, "The peer's CAN id, in hexadecimal");
+    app.add_option("BUS", connection.bus, "can0, unix:PATH or exec:COMMAND")
+        ->required()
+        ->type_name("");
+    app.add_flag("-v", connection.verbosity,
+                 "Show the log on stderr; -vv, -vvv and -vvvv show more");
 }
 
-CANTransportClient::Options Tool::clientOptions(const Line& line)
+CANTransportClient::Options Tool::clientOptions(const Connection& connection)
 {
     CANTransportClient::Options options;
-    options.sendId = line.ownId;
-    options.receiveId = line.peerId;
-    options.debugLevel = std::max(0, line.verbosity - 1);
+    options.sendId = connection.ownId;
+    options.receiveId = connection.peerId;
+    options.debugLevel = std::max(0, connection.verbosity - 1);
     return options;
 }
 
@@ -98,12 +101,13 @@ std::streamsize Tool::LibraryLog::Nowhere::xsputn(const char* /*text*/, std::str
     return count;
 }
 
-Tool::LibraryLog::LibraryLog(const Line& line)
+Tool::LibraryLog::LibraryLog(const Connection& connection)
     : standardOutput(std::cout.rdbuf()),
       standardError(std::cerr.rdbuf())
 {
-    std::cout.rdbuf(line.verbosity > 0 ? standardError : &nowhere);
-    std::cerr.rdbuf(line.verbosity > 0 ? standardError : &nowhere);
+    std::streambuf* const target = connection.verbosity > 0 ? standardError : &nowhere;
+    std::cout.rdbuf(target);
+    std::cerr.rdbuf(target);
 }
 
 Tool::LibraryLog::~LibraryLog()

@@ -12,15 +12,15 @@ namespace CLI {
 class App;
 } // namespace CLI
 
-/// What the programs share: their manners. Who declares options includes common/Options.h as well.
+/// What all programs share. Code that declares options also includes common/Options.h.
 namespace Tool {
 
 enum ExitCode : int {
     exitFine = 0,
-    exitFailed = 1, ///< Given up, or nothing came.
+    exitFailed = 1, ///< Given up, or no message arrived.
     exitUsage = 2,
-    exitBus = 3, ///< No way to the bus.
-    exitOutput = 4,
+    exitBus = 3,    ///< The bus cannot be reached or is lost.
+    exitOutput = 4, ///< The output cannot be written.
 };
 
 /// Ends the program with one line on stderr.
@@ -32,18 +32,19 @@ struct Failure : std::runtime_error {
 struct Description {
     const char* name = "";
     const char* what = "";    ///< One paragraph.
-    const char* usage = "";   ///< The arguments, for who gave others.
-    const char* example = ""; ///< And notes; behind the options.
-    int exitCode = exitBus;   ///< For what is thrown but a Failure.
+    const char* usage = "";   ///< The arguments, for a complaint about them.
+    const char* example = ""; ///< Follows the options, with notes.
+    int exitCode = exitBus;   ///< For every exception except a Failure.
 };
 
-/// Reads the command line into what `declare` has bound, and runs the program. Whatever is thrown ends
-/// as one line on stderr. A write to a pipe that nobody reads fails, and raises no signal.
+/// Reads the command line into what `declare` has bound, and runs the program. Every exception becomes
+/// one line on stderr. A write to a pipe that nobody reads fails and raises no signal.
 /// @return the exit code of the program.
 int runProgram(int count, char** arguments, const Description& description,
                const std::function<void(CLI::App&)>& declare, const std::function<int()>& run);
 
 /// The same with a struct for the options.
+/// @return the exit code of the program.
 template <typename Options>
 int runProgram(int count, char** arguments, const Description& description,
                void (*declare)(CLI::App&, Options&), int (*run)(const Options&))
@@ -54,24 +55,26 @@ int runProgram(int count, char** arguments, const Description& description,
         [&] { return run(options); });
 }
 
-/// One line on stderr, also while a LibraryLog lives.
+/// Prints one line on stderr, also while a LibraryLog exists.
 void complain(const Description& description, const std::string& text);
 
 /// The ids of an endpoint and its bus.
-struct Line {
+struct Connection {
     std::uint16_t ownId = 0;
     std::uint16_t peerId = 0;
     std::string bus;
     int verbosity = 0;
 };
-void addLine(CLI::App& app, Line& line);
-CANTransportClient::Options clientOptions(const Line& line);
+/// Adds the options `-s`, `-d` and `-v` and the argument BUS.
+void addConnection(CLI::App& app, Connection& connection);
+/// @return what a client of this connection takes.
+CANTransportClient::Options clientOptions(const Connection& connection);
 
-/// What the library logs while it lives: nowhere, or on stderr if the line is verbose. Results belong
-/// on stdout and nothing else.
+/// While it exists, the log of the library goes to stderr if the connection is verbose, and nowhere
+/// otherwise: stdout is for results only.
 class LibraryLog {
 public:
-    explicit LibraryLog(const Line& line);
+    explicit LibraryLog(const Connection& connection);
     ~LibraryLog();
     LibraryLog(const LibraryLog&) = delete;
     LibraryLog& operator=(const LibraryLog&) = delete;
@@ -85,7 +88,7 @@ private:
     std::streambuf* const standardError;
 };
 
-/// @throws Failure if stdout does not take it.
+/// Writes to stdout. @throws Failure if that fails.
 void print(const void* bytes, std::size_t count);
 
 } // namespace Tool

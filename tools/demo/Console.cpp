@@ -25,7 +25,7 @@ std::string drawBar(std::size_t done, std::size_t all)
 Console::Console(bool quiet, bool withBar)
     : standardOutput(std::cout.rdbuf()),
       stream(standardOutput),
-      barWanted(withBar && isatty(STDOUT_FILENO) == 1)
+      hasBar(withBar && isatty(STDOUT_FILENO) == 1)
 {
     if (quiet) {
         std::cout.rdbuf(&nowhere);
@@ -53,7 +53,7 @@ void Console::progress(std::size_t done, std::size_t all)
     }
     lastUpdate = now;
     const std::lock_guard<std::mutex> lock(LogUtil::logMutex);
-    if (barWanted) {
+    if (hasBar) {
         erase();
         bar = drawBar(done, all);
         stream << bar;

@@ -8,22 +8,24 @@
 #include <string>
 
 /// The demo's own standard output: lines, and a progress bar below them on a terminal. Each line is
-/// written under LogUtil::logMutex, so that none is mixed with those of the library. From any thread.
+/// written under LogUtil::logMutex, so that it does not mix with those of the library. All operations may
+/// be called from any thread.
 class Console {
 public:
-    /// While it lives, what goes to `std::cout` is thrown away if `quiet`; what goes to the console
-    /// is not. @param withBar whether to draw the bar on a terminal.
+    /// While it exists and `quiet` is set, the output of `std::cout` is dropped; that of the console is
+    /// not. @param withBar whether to draw the bar on a terminal.
     Console(bool quiet, bool withBar);
     ~Console();
     Console(const Console&) = delete;
     Console& operator=(const Console&) = delete;
 
+    /// Prints a line.
     void line(const std::string& text);
-    /// Draws the bar anew and sends out what is written, both every 100 ms at most.
+    /// Draws the bar again and flushes the output, at most every 100 ms.
     void progress(std::size_t done, std::size_t all);
-    /// Takes the bar away and sends out what is written.
+    /// Removes the bar and flushes the output.
     void finish();
-    /// Standard output does not take what is written.
+    /// @return whether standard output could not be written.
     bool failed() const { return broken; }
 
 private:
@@ -37,8 +39,8 @@ private:
     Nowhere nowhere;
     std::streambuf* const standardOutput;
     std::ostream stream;
-    const bool barWanted;
-    std::string bar; ///< As it stands on the terminal; empty if it does not.
+    const bool hasBar;
+    std::string bar; ///< As shown on the terminal; empty if it is not.
     std::chrono::steady_clock::time_point lastUpdate{};
     std::atomic<bool> broken{false};
 };

@@ -27,9 +27,9 @@ void addSize(CLI::App& app, DemoOptions& options)
                                                     std::to_string(longest) + ", or mixed"));
         }
     };
-    app.add_option_function<std::string>(
-           "--size", store,
-           "Bytes of each message, 1 to 4095, or mixed (default: mixed, 1 to 4095)")
+    app.add_option_function<std::string>("--size", store,
+                                         "Bytes of each message, 1 to " + std::to_string(longest) +
+                                             ", or mixed (default: mixed)")
         ->type_name("N|mixed");
 }
 
@@ -38,23 +38,23 @@ void addSize(CLI::App& app, DemoOptions& options)
 void declare(CLI::App& app, DemoOptions& options)
 {
     app.add_option("file", options.file,
-                   "The file to transfer (default: one that was built with the program)")
+                   "The file to transfer (default: one that is built with the program)")
         ->type_name("");
     addSize(app, options);
     Tool::addNumber<std::size_t>(app, "--endpoints N", options.pairs, 1, maxPairs,
                                  "Pairs of endpoints on the one bus (default: 1)");
-    addRate(app, "--drop", options.faults.drop, "Share of frames that get lost, 0 to 1");
+    addRate(app, "--drop", options.faults.drop, "Share of frames that are lost, 0 to 1");
     addRate(app, "--duplicate", options.faults.duplicate,
-            "Share of frames that come twice, 0 to 1");
+            "Share of frames that arrive twice, 0 to 1");
     addRate(app, "--stray", options.faults.stray,
-            "Share of frames with a stray one behind them, 0 to 1");
+            "Share of frames that a stray frame follows, 0 to 1");
     Tool::addNumber<std::uint64_t>(app, "--seed N", options.faults.seed, 0, UINT64_MAX,
-                                   "Of the faults and the mixed sizes (default: 1)");
+                                   "Seed of the faults and the mixed sizes (default: 1)");
     Tool::addNumber<unsigned long>(app, "--bitrate N", options.bitrate, 0, maxBitrate,
                                    "Bits per second; a frame of 8 data bytes counts as 125 bits\n"
-                                   "(default: 0, as fast as it goes)");
-    app.add_flag("--ladder", options.ladder, "Draw each frame, one line each");
-    app.add_flag("-v", options.debugLevel, "Show the log; -vv and -vvv show more of it");
+                                   "(default: 0, as fast as possible)");
+    app.add_flag("--ladder", options.ladder, "Draw each frame on a line of its own");
+    app.add_flag("-v", options.debugLevel, "Show the log; -vv and -vvv show more");
 }
 
 std::size_t DemoOptions::longestMessage() const

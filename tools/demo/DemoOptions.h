@@ -8,23 +8,24 @@
 #include <string>
 
 /// Exit codes of the demo.
-enum ExitCode : int {
-    exitWhole = 0,        ///< All that was sent arrived, and it is what was sent.
-    exitFailed = 1,       ///< Something is missing or differs, or the demo could not go on.
-    exitUsage = 2,        ///< Wrong arguments, or a file that cannot be read.
-    exitInterrupted = 130 ///< Ended by a signal.
+enum DemoExit : int {
+    demoExitWhole = 0,        ///< All bytes arrived and are those of the file.
+    demoExitFailed = 1,       ///< Bytes are missing or differ, or the demo could not continue.
+    demoExitUsage = 2,        ///< Wrong arguments, or a file that cannot be read.
+    demoExitInterrupted = 130 ///< Ended by a signal.
 };
 
-/// What the command line says.
+/// The options of the command line.
 struct DemoOptions {
-    std::string file;                ///< Empty: the one beside the program.
+    std::string file;                ///< Empty: the file beside the program.
     std::optional<std::size_t> size; ///< Bytes of each message; none: mixed.
     std::size_t pairs = 1;
-    Faults faults;
-    unsigned long bitrate = 0; ///< Bits per second; 0: as fast as it goes.
+    FaultRates faults;
+    unsigned long bitrate = 0; ///< Bits per second; 0: as fast as possible.
     bool ladder = false;
     int debugLevel = 0;
 
+    /// @return size of the longest message, in bytes.
     std::size_t longestMessage() const;
 };
 
@@ -32,4 +33,5 @@ namespace CLI {
 class App;
 } // namespace CLI
 
+/// Binds the options to `options`.
 void declare(CLI::App& app, DemoOptions& options);

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "velk/CANTransportClient.h"
+
 #include "demo/NibbleFile.h"
 #include "demo/Receipt.h"
-
-#include "velk/CANTransportClient.h"
 
 #include <condition_variable>
 #include <cstddef>
@@ -14,37 +14,37 @@
 #include <string>
 #include <thread>
 
-/// The file on its way from one client to the other, one message at a time, on a thread for each of
-/// the two.
+/// Transfers the file from one client to the other, one message at a time. Each of the two has a thread.
 ///
-/// An acknowledgement is believed only when the message has arrived: without message numbers on the
-/// bus, a second acknowledgement of the last message may end the next one.
+/// An acknowledgement counts only when the message has arrived: the bus has no message numbers, so a
+/// second acknowledgement of one message can end the next one.
 class Direction {
 public:
     struct Setup {
         std::optional<std::size_t> size; ///< Bytes of each message; none: mixed.
-        std::uint64_t seed = 0;          ///< Of the mixed sizes.
-        std::string receiver;            ///< Its name, for the user.
+        std::uint64_t seed = 0;          ///< Seed of the mixed sizes.
+        std::string receiver;            ///< Name of the receiver, for the user.
     };
     struct Counters {
         std::uint64_t messages = 0;
-        std::uint64_t requests = 0; ///< Messages given to the client, each time counted.
+        std::uint64_t requests = 0; ///< Calls of send(), repeats included.
         std::uint64_t givenUp = 0;
         std::uint64_t falseAcknowledgements = 0;
         std::uint64_t repeats = 0;
-        std::size_t nibbles = 0; ///< Of the file, that have arrived.
+        std::size_t nibbles = 0; ///< Nibbles of the file that have arrived.
         bool done = false;
-        std::string failure; ///< What has arrived wrong; empty if nothing has.
+        std::string failure; ///< What went wrong; empty if nothing did.
     };
 
-    /// Starts at once.
+    /// Starts the transfer.
     Direction(const NibbleFile& sentFile, CANTransportClient& from, CANTransportClient& to,
               Setup directionSetup);
-    /// Ends it wherever it stands.
+    /// Ends the transfer at any point.
     ~Direction();
     Direction(const Direction&) = delete;
     Direction& operator=(const Direction&) = delete;
 
+    /// @return the counts so far.
     Counters counters() const;
 
 private:
@@ -56,9 +56,9 @@ private:
     CANTransportClient& sender;
     CANTransportClient& receiver;
     const Setup setup;
-    std::mt19937_64 random; ///< The sending thread's.
+    std::mt19937_64 random; ///< Used by the sending thread only.
 
-    mutable std::mutex mutex; // of all below
+    mutable std::mutex mutex; // guards all below
     std::condition_variable changed;
     Receipt received;
     Counters counts;

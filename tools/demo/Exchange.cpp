@@ -1,6 +1,8 @@
 #include "demo/Exchange.h"
 
-#include "demo/Ladder.h"
+#include "velk/CANTransportFrame.h"
+
+#include "demo/BusLadder.h"
 #include "demo/Summary.h"
 
 #include <cerrno>
@@ -19,12 +21,10 @@ constexpr std::uint16_t firstId = 0x100;
 
 std::uint16_t idOf(std::size_t side) { return static_cast<std::uint16_t>(firstId + side); }
 
-bool startsAMessage(const CANFrame& frame, Fate fate)
+bool startsAttempt(const CANFrame& frame, Fate fate)
 {
-    const int kind = frame.data[0] >> 4;
     return (fate == Fate::carried || fate == Fate::dropped) &&
-           (kind == CANTransportThread::CTP_SINGLE_FRAME ||
-            kind == CANTransportThread::CTP_FIRST_FRAME);
+           CANTransportFrame::startsMessage(frame.data);
 }
 
 } // namespace
@@ -76,17 +76,17 @@ std::string Exchange::nameOf(std::size_t side) const
     return options.pairs == 1 ? letter : letter + std::to_string(side / 2 + 1);
 }
 
-/// The lines wait: a terminal that stalls must stop neither the bus nor an endpoint.
+/// The lines are printed later: a stalled terminal must stop neither the bus nor an endpoint.
 void Exchange::observe(const CANFrame& frame, Fate fate)
 {
-    if (startsAMessage(frame, fate)) {
+    if (startsAttempt(frame, fate)) {
         ++starts;
     }
     if (options.ladder) {
         const std::size_t side = frame.canID - firstId;
         const std::lock_guard<std::mutex> lock(mutex);
         news.push_back(
-            ladderLine(frame, fate, side % 2 == 0, options.pairs == 1 ? 0 : side / 2 + 1));
+            busLadderLine(frame, fate, side % 2 == 0, options.pairs == 1 ? 0 : side / 2 + 1));
     }
 }
 
@@ -103,8 +103,8 @@ void Exchange::note(std::size_t side, CANTransportClient::Status status)
 
 ExchangeResult Exchange::run(Interruption& interruption)
 {
-    const auto begin = Clock::now();
-    lastArrival = begin;
+    const auto start = Clock::now();
+    lastArrival = start;
     for (std::size_t side = 0; side < clients.size(); ++side) {
         const std::size_t peer = side ^ 1U;
         directions.push_back(std::make_unique<Direction>(
@@ -121,13 +121,13 @@ ExchangeResult Exchange::run(Interruption& interruption)
         console.progress(result.directions.nibbles, file.size() * clients.size());
         if (console.failed()) {
             result.failure = "cannot write to standard output";
-        } else if (standsStill(result.directions.nibbles)) {
-            result.failure = "nothing has come over for " + std::to_string(patience.count()) +
-                             " seconds; shorter messages (--size) may get through";
+        } else if (isStalled(result.directions.nibbles)) {
+            result.failure = "nothing has arrived for " + std::to_string(patience.count()) +
+                             " seconds; shorter messages (--size) may help";
         }
         more = !result.directions.done && result.failure.empty() && !interrupted;
     }
-    result.time = Clock::now() - begin;
+    result.time = Clock::now() - start;
     directions.clear();
     clients.clear();
     bus.stop();
@@ -148,9 +148,9 @@ void Exchange::printNews()
     }
 }
 
-/// A peer that always takes a first frame and never the message keeps it in retries without end,
-/// as it happens on a bus that is too slow.
-bool Exchange::standsStill(std::size_t nibbles)
+/// On a bus that is too slow, a peer that answers each first frame and never acknowledges the message
+/// keeps the sender in endless retries.
+bool Exchange::isStalled(std::size_t nibbles)
 {
     if (nibbles != lastNibbles) {
         lastNibbles = nibbles;
@@ -182,14 +182,14 @@ void Exchange::judge(ExchangeResult& result, bool interrupted) const
     result.starts = starts;
     result.bus = bus.counters();
     result.statusChanges = statusChanges;
-    // A disturbed bus can end a message with the acknowledgement of another, a sound one cannot.
+    // Only a disturbed bus can end a message with the acknowledgement of another.
     const auto& frames = result.bus;
     const bool sound =
         frames.faultDrops + frames.duplicates + frames.strays + frames.overflowDrops == 0 &&
         result.retries() == 0;
     if (result.failure.empty() && sound && result.directions.falseAcknowledgements > 0) {
         result.failure = std::to_string(result.directions.falseAcknowledgements) +
-                         " messages were acknowledged and had not arrived, on a bus without faults";
+                         " messages were acknowledged but had not arrived, on a bus without faults";
     }
     result.whole = result.failure.empty() && !interrupted &&
                    result.directions.nibbles == file.size() * 2 * options.pairs;

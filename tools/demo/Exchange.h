@@ -1,13 +1,13 @@
 #pragma once
 
+#include "velk/CANTransportClient.h"
+
 #include "bus/VirtualBus.h"
 #include "demo/Console.h"
 #include "demo/DemoOptions.h"
 #include "demo/Direction.h"
 #include "demo/Interruption.h"
 #include "demo/NibbleFile.h"
-
-#include "velk/CANTransportClient.h"
 
 #include <atomic>
 #include <chrono>
@@ -20,34 +20,35 @@
 #include <string>
 #include <vector>
 
-/// What an exchange has come to.
+/// The result of an exchange.
 struct ExchangeResult {
     bool whole = false;
-    std::string failure; ///< Why it is not whole; empty if it was interrupted.
+    std::string failure; ///< Why it is not whole; empty if it is or was interrupted.
     std::chrono::duration<double> time{};
     Direction::Counters directions; ///< Of all directions together.
     std::uint64_t starts = 0;       ///< First and single frames of the endpoints on the bus.
     std::map<CANTransportClient::Status, std::uint64_t> statusChanges;
     VirtualBus::Counters bus;
 
-    /// Attempts of the endpoints beyond one for each request.
+    /// @return attempts of the endpoints beyond one for each request.
     std::uint64_t retries() const
     {
         return starts > directions.requests ? starts - directions.requests : 0;
     }
 };
 
-/// The file on its way in all directions at once: all pairs of clients on one bus.
+/// Transfers the file in all directions at once, with all pairs of clients on one bus.
 class Exchange {
 public:
     Exchange(const DemoOptions& demoOptions, const std::vector<unsigned char>& fileBytes,
              Console& demoConsole);
 
-    /// Transfers the file until it has arrived everywhere, or something is wrong, or a signal comes.
+    /// Runs until the file has arrived everywhere, something is wrong, or a signal comes.
+    /// @return what has happened.
     ExchangeResult run(Interruption& interruption);
 
 private:
-    /// A folder of its own for the socket of the bus.
+    /// A temporary folder for the socket of the bus.
     struct Folder {
         Folder();
         ~Folder();
@@ -61,7 +62,7 @@ private:
     void observe(const CANFrame& frame, VirtualBus::Fate fate);
     void note(std::size_t side, CANTransportClient::Status status);
     void printNews();
-    bool standsStill(std::size_t nibbles);
+    bool isStalled(std::size_t nibbles);
     Direction::Counters sum() const;
     void judge(ExchangeResult& result, bool interrupted) const;
 
@@ -72,7 +73,7 @@ private:
     std::chrono::steady_clock::time_point lastArrival{};
 
     std::mutex mutex;
-    std::vector<std::string> news; ///< Lines of other threads that wait to be printed. [mutex]
+    std::vector<std::string> news; ///< Lines of other threads, not yet printed. [mutex]
     std::map<CANTransportClient::Status, std::uint64_t> statusChanges; // [mutex]
     std::atomic<std::uint64_t> starts{0};
 

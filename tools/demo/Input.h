@@ -9,6 +9,6 @@ struct Input {
     std::vector<unsigned char> bytes;
 };
 
-/// Reads a whole regular file; with no name the one that stands beside the program.
+/// @return a whole regular file; with no name, the one beside the program.
 /// @throws std::runtime_error with a text for the user.
 Input readInput(const std::string& name);

@@ -2,14 +2,14 @@
 
 #include <csignal>
 
-/// SIGINT and SIGTERM, taken by whoever waits for them. Made before any thread, so that all inherit
-/// the blocked signals; after the first one both end the process again. SIGPIPE is ignored, so that a
-/// reader of the output who has gone shows as a failed write.
+/// Takes SIGINT and SIGTERM. Created before any thread, so that all threads inherit the blocked signals.
+/// After the first signal both end the process again. SIGPIPE is ignored, so that a write to a reader that
+/// has gone fails instead.
 class Interruption {
 public:
     Interruption();
 
-    /// Waits for a signal, at most that long. @return whether one has ever come.
+    /// Waits for a signal, at most that long. @return whether one has come, now or before.
     bool wait(int milliseconds);
 
 private:

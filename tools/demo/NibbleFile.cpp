@@ -22,7 +22,7 @@ NibbleFile::Bytes NibbleFile::pack(std::size_t position, unsigned int number,
 {
     const std::size_t needed = (1 + size() - position + 1) / 2;
     Bytes message(std::min(maxBytes, needed));
-    message[0] = static_cast<unsigned char>(number % 16 << 4U | at(position));
+    message[0] = static_cast<unsigned char>(number % numbers << 4U | at(position));
     for (std::size_t i = 1; i < message.size(); ++i) {
         const std::size_t high = position + 2 * i - 1;
         message[i] = static_cast<unsigned char>(at(high) << 4U | at(high + 1));
@@ -34,7 +34,7 @@ std::optional<std::size_t> NibbleFile::match(std::size_t position, const Bytes& 
 {
     const std::size_t nibbles = 2 * message.size() - 1;
     const std::size_t carried = std::min(nibbles, size() - position);
-    if (nibbles - carried > 1) { // more than what fills the last byte
+    if (nibbles - carried > 1) { // more than a nibble to fill the last byte
         return std::nullopt;
     }
     for (std::size_t i = 0; i < nibbles; ++i) {

@@ -14,7 +14,7 @@ bool Receipt::take(const NibbleFile::Bytes& message)
         return false;
     }
     arrived += *nibbles;
-    nextNumber = (nextNumber + 1) % 16;
+    nextNumber = (nextNumber + 1) % NibbleFile::numbers;
     last = message;
     return true;
 }

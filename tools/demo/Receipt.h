@@ -5,17 +5,17 @@
 #include <cstddef>
 #include <cstdint>
 
-/// The receiving side of one direction: compares what arrives with the file.
+/// The receiving side of one direction: compares the messages with the file.
 class Receipt {
 public:
     explicit Receipt(const NibbleFile& expectedFile) : file(expectedFile) {}
 
-    /// False if the message is neither the next one nor the last one once more.
+    /// Takes a message. @return false if it is neither the next one nor a repeat of the last.
     bool take(const NibbleFile::Bytes& message);
 
-    /// Nibbles of the file that have arrived.
+    /// @return nibbles of the file that have arrived.
     std::size_t position() const { return arrived; }
-    /// Messages that came once more.
+    /// @return messages that arrived once more.
     std::uint64_t repeats() const { return repeated; }
 
 private:

@@ -1,5 +1,7 @@
 #include "demo/Summary.h"
 
+#include "velk/CANTransportFrame.h"
+
 #include "bus/Pace.h"
 #include "demo/Exchange.h"
 
@@ -10,16 +12,16 @@
 
 namespace {
 
-constexpr unsigned int dataBytesOfFrame = 8;
-
 std::size_t longestMessage(const DemoOptions& options, std::size_t fileBytes)
 {
     return std::min(options.longestMessage(), fileBytes + 1);
 }
 
-std::size_t framesBehindTheFirst(std::size_t messageBytes)
+/// The time limit counts from the first frame; a single frame counts itself.
+unsigned int framesAfterTheFirst(std::size_t messageBytes)
 {
-    return messageBytes <= 7 ? 1 : messageBytes / 7; // (bytes - 6) / 7, rounded up
+    const auto bytes = static_cast<unsigned int>(messageBytes);
+    return std::max(CANTransportFrame::frameCountOf(bytes) - 1, 1U);
 }
 
 std::string perSecond(double amount, std::chrono::duration<double> time)
@@ -56,8 +58,8 @@ std::string paceWarning(const DemoOptions& options, std::size_t fileBytes)
 {
     const std::size_t longest = longestMessage(options, fileBytes);
     const std::size_t sharingTheBus = 2 * options.pairs;
-    const auto bits = static_cast<double>(framesBehindTheFirst(longest) * sharingTheBus *
-                                          Pace::bitsOfFrame(dataBytesOfFrame));
+    const auto bits = static_cast<double>(framesAfterTheFirst(longest) * sharingTheBus *
+                                          Pace::bitsOfFrame(CANTransportFrame::dataBytes));
     const auto bitrate = static_cast<double>(options.bitrate);
     if (options.bitrate == 0 || bits <= bitrate) {
         return "";
@@ -65,7 +67,7 @@ std::string paceWarning(const DemoOptions& options, std::size_t fileBytes)
     return "at " + std::to_string(options.bitrate) + " bit/s a message of " +
            std::to_string(longest) + " bytes takes up to " +
            seconds(std::chrono::duration<double>(bits / bitrate)) +
-           " on the shared bus, but has to be received within 1 s";
+           " on the shared bus, but must arrive within 1 s";
 }
 
 std::vector<std::string> summary(const Input& input, const ExchangeResult& result)
@@ -86,7 +88,7 @@ std::vector<std::string> summary(const Input& input, const ExchangeResult& resul
         "sent again   " + counted(sent.givenUp + sent.falseAcknowledgements, "by the demo: ") +
             counted(sent.givenUp, "given up, ") +
             counted(sent.falseAcknowledgements, "falsely acknowledged"),
-        "repeats      " + counted(sent.repeats, "messages came once more"),
+        "repeats      " + counted(sent.repeats, "messages arrived once more"),
         "bus          " + counted(bus.carried, "frames carried, ") +
             counted(bus.delivered, "delivered, ") + counted(bus.overflowDrops, "overflowed, ") +
             counted(bus.unreadable, "unreadable"),

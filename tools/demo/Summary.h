@@ -9,9 +9,9 @@
 
 struct ExchangeResult;
 
-/// A warning if the longest messages cannot be received at the bitrate in the time that the
-/// transport grants them; otherwise empty.
+/// @return a warning if the bitrate is too low for the longest messages to arrive within the time limit of
+/// the transport; otherwise empty.
 std::string paceWarning(const DemoOptions& options, std::size_t fileBytes);
 
-/// What the exchange has come to, as lines for the user.
+/// @return the result of the exchange, as lines for the user.
 std::vector<std::string> summary(const Input& input, const ExchangeResult& result);

@@ -15,58 +15,60 @@ namespace {
 
 constexpr Tool::Description description{
     "velkcan-demo",
-    "Transfers a file both ways at once between two endpoints on a virtual CAN bus, compares what\n"
-    "arrives with the file, and ends with 0 only if it is the same.\n",
+    R"(Transfers a file in both directions at once between two endpoints on a virtual CAN bus,
+and compares the received bytes with the file. Ends with 0 only if they are the same.
+)",
     "[options] [file]",
-    "Faults hit single frames. Stray frames are only such as a receiver can tell to be wrong: "
-    "the\n"
-    "frames of this bus bear neither a checksum nor a message number, so a stray data frame with\n"
-    "the right sequence number, or a stray acknowledgement, could not be told from a true one.\n"
-    "\n"
-    "Exit status: 0 all arrived whole; 1 it did not; 2 wrong arguments, or a file that cannot be\n"
-    "read; 130 interrupted.\n"
-    "\n"
-    "Examples:\n"
-    "  velkcan-demo --ladder --size 20 notes.txt\n"
-    "\n"
-    "  velkcan-demo --endpoints 4 --bitrate 1000000 --drop 0.001 --seed 7 notes.txt\n",
-    exitFailed};
+    R"(Faults affect single frames. A stray frame is always one that a receiver can recognise as
+wrong: frames of this bus have neither a checksum nor a message number, so no receiver
+could recognise a stray data frame with the right sequence number, or a stray
+acknowledgement.
+
+Exit status: 0 all bytes arrived; 1 some did not; 2 wrong arguments, or the file cannot be
+read; 130 interrupted.
+
+Examples:
+  velkcan-demo --ladder --size 20 notes.txt
+
+  velkcan-demo --endpoints 4 --bitrate 1000000 --drop 0.001 --seed 7 notes.txt
+)",
+    demoExitFailed};
 
 Input inputOf(const DemoOptions& options)
 {
     try {
         return readInput(options.file);
     } catch (const std::exception& error) {
-        throw Tool::Failure(exitUsage, error.what());
+        throw Tool::Failure(demoExitUsage, error.what());
     }
 }
 
 int judge(const ExchangeResult& result, const Console& console)
 {
     if (!result.failure.empty()) {
-        throw Tool::Failure(exitFailed, result.failure);
+        throw Tool::Failure(demoExitFailed, result.failure);
     }
     if (!result.whole) {
-        throw Tool::Failure(exitInterrupted, "interrupted");
+        throw Tool::Failure(demoExitInterrupted, "interrupted");
     }
     if (console.failed()) {
-        throw Tool::Failure(exitFailed, "cannot write to standard output");
+        throw Tool::Failure(demoExitFailed, "cannot write to standard output");
     }
-    return exitWhole;
+    return demoExitWhole;
 }
 
 int transfer(const DemoOptions& options, const Input& input)
 {
     const bool quiet = options.debugLevel == 0;
-    Interruption interruption; // before any thread
+    Interruption interruption; // before any thread starts
     Console console(quiet, quiet && !options.ladder);
     const ExchangeResult result = Exchange(options, input.bytes, console).run(interruption);
     console.finish();
     for (const std::string& line : summary(input, result)) {
         console.line(line);
     }
-    console.line(result.whole ? "All directions have brought the file over whole."
-                              : "The file has NOT come over whole.");
+    console.line(result.whole ? "The file has arrived whole in all directions."
+                              : "The file has NOT arrived whole.");
     console.finish();
     return judge(result, console);
 }
@@ -79,7 +81,7 @@ int demonstrate(const DemoOptions& given)
     const Input input = inputOf(options);
     if (input.bytes.empty()) {
         std::cout << "'" << input.name << "' is empty: there is nothing to send." << std::endl;
-        return exitWhole;
+        return demoExitWhole;
     }
     const std::string warning = paceWarning(options, input.bytes.size());
     if (!warning.empty()) {

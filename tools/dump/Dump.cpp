@@ -3,14 +3,13 @@
 #include "common/CANId.h"
 #include "common/Ladder.h"
 #include "dump/DumpLines.h"
-#include "dump/FrameFields.h"
 
 #include <utility>
 
 namespace {
 
 constexpr const char* unknownPeer = "???";
-/// Frames of several processors can stand in a log this far out of order.
+/// Frames that several processors have logged can be out of order by this much.
 constexpr std::chrono::milliseconds disorder{1};
 
 } // namespace
@@ -101,14 +100,14 @@ void Dump::draw(const LoggedFrame& logged) const
     const auto own = directions.find(logged.sender);
     const bool known = own != directions.end();
     const std::string peer = known ? own->second.peer : unknownPeer;
-    const bool fromLeft = known ? own->second.fromLeft : !isAnswer(logged.frame);
+    const bool fromLeft = known ? own->second.fromLeft : !isAnswer(logged);
     print(ladderLine(logged.frame, fromLeft ? logged.sender : peer, fromLeft ? peer : logged.sender,
                      fromLeft));
 }
 
 void Dump::track(const LoggedFrame& logged)
 {
-    const bool answer = isAnswer(logged.frame);
+    const bool answer = isAnswer(logged);
     const auto direction =
         directions.find(answer ? directions.at(logged.sender).peer : logged.sender);
     if (direction != directions.end()) {

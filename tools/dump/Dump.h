@@ -10,17 +10,19 @@
 #include <map>
 #include <string>
 
-/// Makes lines of frames, without doing any input or output itself.
+/// Turns frames into lines. Does no input or output itself.
 class Dump {
 public:
     using Print = std::function<void(const std::string&)>;
 
     Dump(const DumpOptions& options, Print print);
+    /// Takes the next frame of the log.
     void take(LoggedFrame logged);
-    /// The end of the log: the messages that are under way, and the table.
+    /// At the end of the log: prints the messages that are under way, and the table.
     void finish();
-    std::size_t frames() const { return taken; } ///< That were followed.
-    /// False if time stamps run backwards, so that the table has no times.
+    /// @return how many frames were followed.
+    std::size_t frames() const { return taken; }
+    /// @return false if time stamps run backwards, so that the table has no times.
     bool hasTimes() const { return timed; }
 
 private:
@@ -44,7 +46,7 @@ private:
 
     const DumpOptions options;
     const Print print;
-    const bool listing; ///< Not the table alone.
+    const bool listing; ///< Print frames and messages, not only the table.
     std::string firstBus;
     std::size_t taken = 0;
     LogTime lastTime;

@@ -1,13 +1,14 @@
 #include "dump/DumpLines.h"
 
+#include "velk/CANTransportFrame.h"
+
 #include "common/FrameWords.h"
-#include "dump/FrameFields.h"
 
 #include <algorithm>
 
 namespace {
 
-constexpr std::size_t widthOfWords = 9; ///< Longer words are those of long messages and of answers.
+constexpr std::size_t widthOfWords = 9; ///< Only long messages and answers need more.
 
 std::string hexText(const std::uint8_t* bytes, std::size_t count)
 {
@@ -43,10 +44,11 @@ std::string frameLine(const LoggedFrame& logged)
     const auto& frame = logged.frame;
     std::string words = frameWords(frame);
     words.resize(std::max(words.size(), widthOfWords), ' ');
-    const std::size_t head = kindOf(frame) == CANTransportThread::CTP_FIRST_FRAME ? 2 : 1;
+    const bool first = CANTransportFrame::kindOf(frame.data) == CANTransportFrame::CTP_FIRST_FRAME;
+    const std::size_t head = first ? 2 : 1;
     std::string bytes = hexText(frame.data + head, std::max<std::size_t>(frame.len, head) - head);
-    if (isAnswer(frame) && bytes.find_first_not_of(" 0") == std::string::npos) {
-        bytes.clear(); // They say nothing, as every receiver of answers has it.
+    if (isAnswer(logged) && bytes.find_first_not_of(" 0") == std::string::npos) {
+        bytes.clear(); // they mean nothing, and every receiver ignores them
     }
     return logged.sender + "  [" + std::to_string(frame.len) + "]  " + words + bytes;
 }

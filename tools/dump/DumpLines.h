@@ -4,9 +4,9 @@
 
 #include <string>
 
-/// Id, length, words for the head, and the bytes behind it.
+/// @return id, length, the head in words, and the bytes that follow it.
 std::string frameLine(const LoggedFrame& logged);
 
-/// Who sent the message to whom, its outcome, and its bytes.
+/// @return sender and receiver of the message, its outcome, and its bytes.
 std::string messageLine(const std::string& from, const std::string& to,
                         const TrackedMessage& message);

@@ -38,7 +38,7 @@ void declare(CLI::App& app, DumpOptions& options)
     peer->type_name("ID")->needs(own);
     app.add_flag("--ladder", options.ladder, "Draw each frame on an arrow between the two ids");
     app.add_flag("--stats", options.stats,
-                 "Print only a table at the end; with --ladder that too. For each\n"
+                 "Print only a table at the end; with --ladder print both. For each\n"
                  "direction: messages, how many were acknowledged, retries, refused\n"
                  "attempts, and times from first frame to acknowledgement");
     app.callback([ids, &options, own] {

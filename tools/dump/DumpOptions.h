@@ -5,7 +5,7 @@
 #include <string>
 #include <utility>
 
-/// What the command line says.
+/// The options of the command line.
 struct DumpOptions {
     std::string file;                                           ///< Empty: stdin.
     std::optional<std::pair<std::uint32_t, std::uint32_t>> ids; ///< None: all.
@@ -17,4 +17,5 @@ namespace CLI {
 class App;
 } // namespace CLI
 
+/// Binds the options to `options`.
 void declare(CLI::App& app, DumpOptions& options);

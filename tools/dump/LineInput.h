@@ -4,13 +4,13 @@
 #include <memory>
 #include <string>
 
-/// Lines of a file or of standard input, each at the moment that it comes.
+/// Reads lines of a file or of standard input, each as soon as it arrives.
 class LineInput {
 public:
     /// @param name empty for standard input. @throws std::system_error
     explicit LineInput(const std::string& name);
-    /// @returns false at the end, and after a signal. What is longer than any line of candump is cut
-    /// off. @throws std::system_error
+    /// Reads the next line. A line longer than any of candump is cut.
+    /// @return false at the end of the input and after a signal. @throws std::system_error
     bool read(std::string& line);
 
 private:

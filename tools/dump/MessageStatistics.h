@@ -7,13 +7,16 @@
 #include <string>
 #include <vector>
 
-/// Sums up what one id has sent to another.
+/// Sums up the messages that one id has sent to another.
 class MessageStatistics {
 public:
+    /// Counts an attempt that has ended.
     void add(const TrackedMessage& message);
-    /// One line of the table below header(). @param timed whether the log's time stamps are of use.
+    /// @return one line of the table below header(). @param timed whether the log has usable time stamps.
     std::string row(const std::string& direction, bool timed) const;
+    /// @return the first line of the table.
     static std::string header();
+    /// @return whether no message was counted.
     bool empty() const { return messages == 0; }
 
 private:

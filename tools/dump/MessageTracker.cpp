@@ -1,66 +1,65 @@
 #include "dump/MessageTracker.h"
 
-#include "dump/FrameFields.h"
+#include "velk/CANTransportFrame.h"
 
 #include <algorithm>
 
+using namespace CANTransportFrame;
+
 namespace {
 
-using Transport = CANTransportThread;
-
-constexpr int attemptLimit = 1 + Transport::SEND_RETRY_LIMIT;
-constexpr unsigned int numberMask = 0x0F;
+constexpr int attemptLimit = 1 + CANTransportThread::SEND_RETRY_LIMIT;
 
 } // namespace
 
 std::optional<TrackedMessage> MessageTracker::data(const LoggedFrame& logged)
 {
     const auto& frame = logged.frame;
-    const std::size_t low = lowNibble(frame);
-    switch (kindOf(frame)) {
-    case Transport::CTP_SINGLE_FRAME:
-        return begin(logged, low, frame.data + 1, std::min(low, bytesInFrame));
-    case Transport::CTP_FIRST_FRAME:
-        // A receiver takes all the bytes of a first frame, however few it announces.
-        return begin(logged, std::max(lengthInFirstFrame(frame), bytesInFirstFrame), frame.data + 2,
-                     bytesInFirstFrame);
-    case Transport::CTP_CONSECUTIVE_FRAME:
+    const unsigned int low = lowNibbleOf(frame.data);
+    switch (kindOf(frame.data)) {
+    case CTP_SINGLE_FRAME:
+        return start(logged, low, frame.data + 1, std::min(low, singleFrameBytes));
+    case CTP_FIRST_FRAME:
+        // A receiver takes all bytes of a first frame, even if the frame announces fewer.
+        return start(logged, std::max(announcedLengthOf(frame.data), firstFrameBytes),
+                     frame.data + 2, firstFrameBytes);
+    case CTP_CONSECUTIVE_FRAME:
         append(frame);
-        return std::nullopt;
-    default:
-        return std::nullopt;
+        break;
+    case CTP_FLOW_CONTROL:
+        break;
     }
+    return std::nullopt;
 }
 
 std::optional<TrackedMessage> MessageTracker::answer(const LoggedFrame& logged)
 {
-    // What comes while no attempt is under way is late or doubled, and ends nothing.
-    switch (lowNibble(logged.frame)) {
-    case Transport::CTP_FC_READY_TO_RECEIVE:
+    // An answer that arrives while no attempt is under way is late or a duplicate, and ends nothing.
+    switch (codeOf(logged.frame.data)) {
+    case CTP_FC_READY_TO_RECEIVE:
         attemptsInRow = 1;
-        return std::nullopt;
-    case Transport::CTP_FC_NOT_READY_TO_RECEIVE:
-    case Transport::CTP_FC_NOT_ACKNOWLEDGE:
+        break;
+    case CTP_FC_NOT_READY_TO_RECEIVE:
+    case CTP_FC_NOT_ACKNOWLEDGE:
         return close(Outcome::refused, logged.time);
-    case Transport::CTP_FC_ACKNOWLEDGE:
+    case CTP_FC_ACKNOWLEDGE:
         acknowledged = acknowledged || underWay;
         return close(Outcome::acknowledged, logged.time);
-    default:
-        return std::nullopt;
     }
+    return std::nullopt;
 }
 
-std::optional<TrackedMessage> MessageTracker::begin(const LoggedFrame& logged, std::size_t length,
+std::optional<TrackedMessage> MessageTracker::start(const LoggedFrame& logged, std::size_t length,
                                                     const std::uint8_t* bytes, std::size_t count)
 {
-    // No frame says which message it belongs to. The sender tries one until it is acknowledged or
-    // has failed five times, so the same first frame until then is the same message.
+    // No frame says which message it belongs to. The sender repeats a message until it is acknowledged or
+    // has failed five times, so until then the same first frame means the same message.
     const bool again = !acknowledged && attemptsInRow < attemptLimit &&
                        std::equal(head.data, head.data + sizeof head.data, logged.frame.data);
     auto ended = close(again ? Outcome::restarted : Outcome::incomplete, logged.time);
     if (!again) {
         head = logged.frame;
-        begun = logged.time;
+        started = logged.time;
         current.attempt = 0;
         attemptsInRow = 0;
     }
@@ -70,19 +69,20 @@ std::optional<TrackedMessage> MessageTracker::begin(const LoggedFrame& logged, s
     current.bytes.assign(bytes, bytes + count);
     nextNumber = 0;
     acknowledged = false;
-    gap = kindOf(logged.frame) == Transport::CTP_SINGLE_FRAME;
+    gap = kindOf(logged.frame.data) == CTP_SINGLE_FRAME;
     underWay = true;
     return ended;
 }
 
-void MessageTracker::append(const Transport::TPCANMsg& frame)
+void MessageTracker::append(const CANTransportThread::TPCANMsg& frame)
 {
-    gap = gap || lowNibble(frame) != nextNumber;
+    gap = gap || lowNibbleOf(frame.data) != nextNumber;
     if (!gap && underWay) {
         const std::size_t missing = current.length - current.bytes.size();
         current.bytes.insert(current.bytes.end(), frame.data + 1,
-                             frame.data + 1 + std::min(missing, bytesInFrame));
-        nextNumber = (nextNumber + 1) & numberMask;
+                             frame.data + 1 +
+                                 std::min<std::size_t>(missing, consecutiveFrameBytes));
+        nextNumber = (nextNumber + 1) % sequenceNumbers;
     }
 }
 
@@ -94,8 +94,8 @@ std::optional<TrackedMessage> MessageTracker::close(Outcome outcome, const LogTi
     underWay = false;
     TrackedMessage ended = current;
     ended.outcome = outcome;
-    if (outcome == Outcome::acknowledged && time && begun && *time >= *begun) {
-        ended.duration = *time - *begun;
+    if (outcome == Outcome::acknowledged && time && started && *time >= *started) {
+        ended.duration = *time - *started;
     }
     return ended;
 }

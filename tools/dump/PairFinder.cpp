@@ -1,29 +1,29 @@
 #include "dump/PairFinder.h"
 
-#include "dump/FrameFields.h"
+#include "velk/CANTransportFrame.h"
 
 #include <algorithm>
 #include <iterator>
 
-namespace {
+using namespace CANTransportFrame;
 
-using Transport = CANTransportThread;
+namespace {
 
 constexpr std::size_t mostFramesKept = 65536;
 
-/// Endpoints answer with zeros behind the code; what else is sent on a bus seldom looks so.
-bool looksLikeAnAnswer(const Transport::TPCANMsg& frame)
+/// In the answer of an endpoint only zeros follow the code; other traffic seldom looks like that.
+bool looksLikeAnAnswer(const LoggedFrame& logged)
 {
-    return isAnswer(frame) && lowNibble(frame) <= Transport::CTP_FC_ACKNOWLEDGE &&
-           std::all_of(frame.data + 1, frame.data + sizeof frame.data,
-                       [](std::uint8_t byte) { return byte == 0; });
+    const auto& data = logged.frame.data;
+    return isAnswer(logged) && codeOf(data) <= CTP_FC_ACKNOWLEDGE &&
+           std::all_of(data + 1, std::end(data), [](std::uint8_t byte) { return byte == 0; });
 }
 
 } // namespace
 
 std::vector<FoundPair> PairFinder::take(const LoggedFrame& logged)
 {
-    if (frames.size() == mostFramesKept) { // of which nobody answered any
+    if (frames.size() == mostFramesKept) { // and nobody answered any of them
         frames.clear();
         stations.clear();
     }
@@ -31,48 +31,50 @@ std::vector<FoundPair> PairFinder::take(const LoggedFrame& logged)
     frames.push_back(logged);
     Station& station = stations[logged.sender];
     std::vector<FoundPair> found;
-    if (looksLikeAnAnswer(logged.frame)) {
-        answer(logged.sender, lowNibble(logged.frame));
+    if (looksLikeAnAnswer(logged)) {
+        answer(logged.sender, codeOf(logged.frame.data));
         settle(found);
-    } else if (kindOf(logged.frame) < Transport::CTP_FLOW_CONTROL) {
+    } else if (kindOf(logged.frame.data) < CTP_FLOW_CONTROL) {
         send(station, logged.frame);
         station.sentAt = number;
     }
     return found;
 }
 
-void PairFinder::send(Station& station, const Transport::TPCANMsg& frame)
+void PairFinder::send(Station& station, const CANTransportThread::TPCANMsg& frame)
 {
-    if (kindOf(frame) == Transport::CTP_SINGLE_FRAME) {
+    const framekind_t kind = kindOf(frame.data);
+    if (kind == CTP_SINGLE_FRAME) {
         station.stage = Stage::whole;
-    } else if (kindOf(frame) == Transport::CTP_FIRST_FRAME) {
+    } else if (kind == CTP_FIRST_FRAME) {
         station.stage = Stage::firstFrame;
         station.missing =
-            std::max(lengthInFirstFrame(frame), bytesInFirstFrame) - bytesInFirstFrame;
+            std::max(announcedLengthOf(frame.data), firstFrameBytes) - firstFrameBytes;
     } else if (station.stage == Stage::firstFrame || station.stage == Stage::burst) {
-        station.missing -= std::min(station.missing, bytesInFrame);
+        station.missing -= std::min<std::size_t>(station.missing, consecutiveFrameBytes);
         station.stage = station.missing == 0 ? Stage::whole : Stage::burst;
     } else {
-        station.stage = Stage::unknown; // The log begins in the midst of a message.
+        station.stage = Stage::unknown; // the log starts in the middle of a message
     }
 }
 
-bool PairFinder::fits(const Station& sender, const Station& answerer, unsigned int code) const
+bool PairFinder::fits(const Station& sender, const Station& answerer, flowcontrol_t code)
 {
+    const bool unanswered = sender.sentAt > answerer.answeredAt;
     switch (code) {
-    case Transport::CTP_FC_READY_TO_RECEIVE:
-        return sender.stage == Stage::firstFrame && sender.sentAt > answerer.answeredAt;
-    case Transport::CTP_FC_ACKNOWLEDGE:
-        return (sender.stage == Stage::whole || sender.stage == Stage::unknown) &&
-               sender.sentAt > answerer.answeredAt;
-    case Transport::CTP_FC_NOT_ACKNOWLEDGE: // It comes on its own too, from who waits in vain.
+    case CTP_FC_READY_TO_RECEIVE:
+        return sender.stage == Stage::firstFrame && unanswered;
+    case CTP_FC_ACKNOWLEDGE:
+        return (sender.stage == Stage::whole || sender.stage == Stage::unknown) && unanswered;
+    case CTP_FC_NOT_ACKNOWLEDGE: // a receiver whose time has run out sends it too, with no frame before
         return sender.stage != Stage::silent;
-    default:
-        return sender.stage != Stage::silent && sender.sentAt > answerer.answeredAt;
+    case CTP_FC_NOT_READY_TO_RECEIVE:
+        break;
     }
+    return sender.stage != Stage::silent && unanswered;
 }
 
-void PairFinder::answer(const std::string& name, unsigned int code)
+void PairFinder::answer(const std::string& name, flowcontrol_t code)
 {
     Station& answerer = stations.at(name);
     Names fitting;
@@ -90,13 +92,13 @@ void PairFinder::answer(const std::string& name, unsigned int code)
     }
 }
 
-/// Pairs whoever has one candidate, which may leave but one to another.
+/// Pairs each station that has one candidate left. That can leave one to another station.
 void PairFinder::settle(std::vector<FoundPair>& found)
 {
-    const auto clear = [](const auto& entry) { return entry.second.candidates.size() == 1; };
-    for (auto station = std::find_if(stations.begin(), stations.end(), clear);
+    const auto certain = [](const auto& entry) { return entry.second.candidates.size() == 1; };
+    for (auto station = std::find_if(stations.begin(), stations.end(), certain);
          station != stations.end();
-         station = std::find_if(stations.begin(), stations.end(), clear)) {
+         station = std::find_if(stations.begin(), stations.end(), certain)) {
         found.push_back(release(*station->second.candidates.begin(), station->first));
     }
 }
@@ -123,7 +125,7 @@ std::vector<FoundPair> PairFinder::guess()
 {
     std::vector<FoundPair> found;
     const auto isOpen = [this](const LoggedFrame& logged) {
-        return isAnswer(logged.frame) && !stations.at(logged.sender).candidates.empty();
+        return isAnswer(logged) && !stations.at(logged.sender).candidates.empty();
     };
     for (auto open = std::find_if(frames.begin(), frames.end(), isOpen); open != frames.end();
          open = std::find_if(frames.begin(), frames.end(), isOpen)) {

@@ -1,9 +1,9 @@
 #include "common/CANId.h"
 #include "common/Tool.h"
+#include "dump/CandumpLine.h"
 #include "dump/Dump.h"
 #include "dump/DumpOptions.h"
 #include "dump/LineInput.h"
-#include "dump/LogLine.h"
 
 #include <cerrno>
 #include <csignal>
@@ -14,32 +14,30 @@ namespace {
 
 constexpr Tool::Description description{
     "velkcan-dump",
-    "Reads what candump has logged (candump -L) or prints, and prints each frame in words, and "
-    "each\n"
-    "message put together behind the frame that ends it: acknowledged; refused, by code 0 or 2;\n"
-    "restarted, which is to say sent again before an answer; or incomplete.\n",
+    R"(Reads what candump logs (candump -L) or prints, and prints each frame in words. After
+the frame that ends a message it prints the whole message and its outcome: acknowledged;
+refused, by code 0 or 2; restarted, that is, sent again before an answer; or incomplete.
+)",
     "[-s ID -d ID] [--ladder] [--stats] [FILE]",
-    "Without -s and -d all ids are followed, and the log has to tell who answers whom: an "
-    "answer\n"
-    "belongs to an id that waits for it, a ready to one that has sent a first frame, an "
-    "acknowledge\n"
-    "to one that has sent a whole message. Where several ids wait, the answers that follow "
-    "decide,\n"
-    "and the lines of messages come once they have; what the end of the log leaves open goes by "
-    "the\n"
-    "order of frames. Two ids once found stay a pair. Beside other traffic, name them.\n"
-    "\n"
-    "Ids are hexadecimal; those of 8 digits have 29 bits. Frames of a second interface bear its\n"
-    "name: can1:123. Times need the stamps of candump -L, or of -t a, z or A, but not of -t d.\n"
-    "Ctrl-C ends the input, and what is known by then is printed.\n"
-    "\n"
-    "Exit status: 0 fine; 1 no frame in the input; 2 wrong arguments; 3 the input cannot be read,\n"
-    "or the output not be written.\n"
-    "\n"
-    "Examples:\n"
-    "  candump can0 | velkcan-dump -s 123 -d 321\n"
-    "\n"
-    "  velkcan-dump --stats candump-2024-01-31_120000.log\n"};
+    R"(Without -s and -d all ids are followed, and the log has to show who answers whom: an
+answer belongs to an id that waits for it, a ready to one that has sent a first frame, an
+acknowledge to one that has sent a whole message. While several ids wait, the next
+answers decide, and the lines of messages appear after that; what is still open at the
+end of the log is decided by the order of frames. A pair of ids, once found, stays a
+pair. If other traffic shares the bus, name the two ids.
+
+Ids are hexadecimal; those of 8 digits have 29 bits. Frames of a second interface carry
+its name: can1:123. Times need the stamps of candump -L, or of -t a, z or A; those of
+-t d do not work. Ctrl-C ends the input; everything known by then is printed.
+
+Exit status: 0 success; 1 no frame in the input; 2 wrong arguments; 3 the input cannot be
+read or the output cannot be written.
+
+Examples:
+  candump can0 | velkcan-dump -s 123 -d 321
+
+  velkcan-dump --stats candump-2024-01-31_120000.log
+)"};
 
 volatile std::sig_atomic_t interrupted = 0;
 
@@ -52,20 +50,19 @@ sigset_t endingSignals()
     return signals;
 }
 
-/// The first signal ends the input, so that the table of what is known gets printed; the second one
-/// ends the program.
+/// The first signal ends the input, so that the table is still printed; the second ends the program.
 void endInputOnSignals()
 {
     struct sigaction action = {};
     action.sa_handler = [](int) { interrupted = 1; };
-    // Without SA_RESTART: a read that waits has to return.
+    // No SA_RESTART: a read that waits has to return.
     action.sa_flags = static_cast<int>(SA_RESETHAND);
     for (const int number : {SIGINT, SIGTERM}) {
         sigaction(number, &action, nullptr);
     }
 }
 
-/// Signals come here alone: a write must not break off.
+/// Signals are unblocked only here: they must not interrupt a write.
 bool readLine(LineInput& input, std::string& line)
 {
     const sigset_t signals = endingSignals();
@@ -77,7 +74,7 @@ bool readLine(LineInput& input, std::string& line)
     return read;
 }
 
-/// Sends each line on its way at once: somebody may look at a live bus through a pipe.
+/// Flushes each line: somebody may be watching a live bus through a pipe.
 void print(const std::string& line)
 {
     if (!(std::cout << line << '\n' << std::flush)) {
@@ -98,7 +95,7 @@ int dump(const DumpOptions& options)
     std::size_t skipped = 0;
     for (std::string line; readLine(input, line);) {
         ++count;
-        if (const auto logged = parseLogLine(line)) {
+        if (const auto logged = parseCandumpLine(line)) {
             dump.take(*logged);
         } else {
             ++skipped;
@@ -109,12 +106,12 @@ int dump(const DumpOptions& options)
                                                   canIdText(options.ids->second)
                                             : "";
         throw Tool::Failure(Tool::exitFailed, "got " + lines(count) + " without a frame" + ids +
-                                                  ", expected what candump logs or prints");
+                                                  ", expected lines that candump logs or prints");
     }
     dump.finish();
     if (options.stats && !dump.hasTimes()) {
         Tool::complain(description,
-                       "time stamps run backwards, as those of candump -t d do: no times");
+                       "no times: the time stamps run backwards, as those of candump -t d do");
     }
     if (skipped != 0) {
         Tool::complain(description,
@@ -129,7 +126,7 @@ int dumpUntilNobodyReads(const DumpOptions& options)
     try {
         return dump(options);
     } catch (const std::system_error& error) {
-        if (error.code() == std::errc::broken_pipe) { // who reads it has seen enough
+        if (error.code() == std::errc::broken_pipe) { // the reader has seen enough
             return Tool::exitFine;
         }
         throw;

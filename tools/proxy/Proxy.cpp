@@ -1,9 +1,11 @@
 #include "proxy/Proxy.h"
 
+#include "velk/VelkException.h"
+
+#include "common/FrameRecord.h"
+#include "common/InputEnd.h"
 #include "common/Tool.h"
 #include "proxy/ProxyExit.h"
-
-#include "velk/VelkException.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -12,40 +14,64 @@
 #include <iostream>
 #include <iterator>
 #include <system_error>
+#include <utility>
 
 #include <poll.h>
-#include <sys/ioctl.h>
 
 namespace {
 
-// Whether the queue of an interface has room shows by sending alone: poll() calls a socket writable
-// whose frame was refused for want of it.
+// Only send() shows whether the queue of an interface has room: poll() reports a socket as writable even
+// after it has refused a frame.
 constexpr std::chrono::microseconds shortestPause{200};
 constexpr std::chrono::microseconds longestPause{2000};
 
-/// How long the last frames of a client that has gone wait for a bus that takes none: they are of no use
-/// to a peer that comes later, and the program would stay for ever where nobody acknowledges frames.
+/// How long the last frames of a client that has gone wait for a bus that takes none. They are useless to
+/// a peer that appears later, and on a bus where nobody acknowledges frames the program would never end.
 constexpr std::chrono::seconds patience{2};
 
-constexpr int mostAtOnce = 100; ///< Frames that are sent before others are received.
+constexpr int mostAtOnce = 100; ///< Frames that are sent before any is received.
 
-std::optional<can_frame> frameOf(const MessageBase& message)
+std::optional<can_frame> frameOf(const TraceRecord::View& record)
 {
-    const auto* const trace = dynamic_cast<const CANTraceMessageBase*>(&message);
-    constexpr canid_t notOfData = CAN_RTR_FLAG | CAN_ERR_FLAG;
-    if (trace == nullptr || trace->length > CAN_MAX_DLEN || (trace->canID & notOfData) != 0) {
+    constexpr canid_t noDataFrame = CAN_RTR_FLAG | CAN_ERR_FLAG;
+    const auto body = FrameRecord::classicFrameIn(record);
+    if (!body || (body->canID & noDataFrame) != 0) {
         return std::nullopt;
     }
     can_frame frame{};
-    frame.can_id = trace->canID > CAN_SFF_MASK ? trace->canID | CAN_EFF_FLAG : trace->canID;
-    frame.can_dlc = trace->length;
-    std::copy_n(trace->data, trace->length, frame.data);
+    frame.can_id = body->canID > CAN_SFF_MASK ? body->canID | CAN_EFF_FLAG : body->canID;
+    frame.can_dlc = body->length;
+    std::copy_n(body->data, body->length, frame.data);
     return frame;
 }
 
 timespec toTimespec(std::chrono::microseconds duration)
 {
     return {0, static_cast<long>(std::chrono::nanoseconds(duration).count())};
+}
+
+void throwIfLost(const CANSocket& bus, CANSocket::Result result, const char* what)
+{
+    switch (result) {
+    case CANSocket::Result::done:
+    case CANSocket::Result::wouldBlock:
+    case CANSocket::Result::queueFull:
+        return;
+    case CANSocket::Result::down:
+        throw Tool::Failure(proxyExitBusLost, bus.name() + ": the interface is down or gone");
+    case CANSocket::Result::failed:
+        throw Tool::Failure(proxyExitFailed,
+                            bus.name() + ": " + what + " (" + std::strerror(bus.error()) + ")");
+    }
+}
+
+can_frame toCANFrame(const CANTransportGate::Frame& own)
+{
+    can_frame frame{};
+    frame.can_id = own.canID;
+    frame.can_dlc = own.len;
+    std::copy_n(own.data, own.len, frame.data);
+    return frame;
 }
 
 bool inputHasHungUp()
@@ -56,11 +82,14 @@ bool inputHasHungUp()
 
 } // namespace
 
-Proxy::Proxy(CANSocket& socket, const Signals& signalSource)
+Proxy::Proxy(CANSocket& socket, const Signals& signalSource, bool withGate)
     : bus(socket),
       signals(signalSource),
       pause(shortestPause)
 {
+    if (withGate) {
+        gate.emplace();
+    }
 }
 
 void Proxy::run()
@@ -73,29 +102,49 @@ void Proxy::run()
     }
 }
 
-/// @return when to go on; nothing if there is nothing left to send.
-std::optional<Proxy::Pause> Proxy::sendFrames()
+Proxy::Next Proxy::sendFrames()
 {
     for (int count = 0; count < mostAtOnce; ++count) {
-        if (!unsent) {
-            unsent = nextFrame();
+        const auto frame = unsent ? unsent : nextFrame();
+        if (!frame) {
+            const auto now = Clock::now();
+            const auto wakeAt = gate ? gate->wakeAt(now) : Clock::time_point::max();
+            if (wakeAt == Clock::time_point::max()) {
+                return {};
+            }
+            return {std::chrono::ceil<Pause>(wakeAt - now), !gate->full()};
         }
-        if (!unsent) {
-            return std::nullopt;
-        }
-        if (!bus.send(*unsent)) {
-            ++waits;
-            checkPatience();
-            const Pause now = pause;
-            pause = std::min(2 * pause, longestPause);
-            return now;
+        if (!send(*frame)) {
+            unsent = gate ? std::nullopt : frame; // the gate keeps its frames
+            return {pauseAfterFullQueue(), false};
         }
         unsent.reset();
-        pause = shortestPause;
-        refusedSince.reset();
+        if (gate) {
+            gate->left(Clock::now());
+        }
         ++framesSent;
     }
-    return Pause::zero();
+    return {Pause::zero(), true};
+}
+
+/// @return false if the interface takes none now.
+bool Proxy::send(const can_frame& frame)
+{
+    const CANSocket::Result result = bus.send(frame);
+    if (result == CANSocket::Result::queueFull || result == CANSocket::Result::wouldBlock) {
+        return false;
+    }
+    throwIfLost(bus, result, "cannot send");
+    pause = shortestPause;
+    refusedSince.reset();
+    return true;
+}
+
+Proxy::Pause Proxy::pauseAfterFullQueue()
+{
+    ++waits;
+    checkPatience();
+    return std::exchange(pause, std::min(2 * pause, longestPause));
 }
 
 void Proxy::checkPatience()
@@ -110,13 +159,50 @@ void Proxy::checkPatience()
 
 std::optional<can_frame> Proxy::nextFrame()
 {
+    return gate ? nextThroughGate(Clock::now()) : nextFromInput();
+}
+
+std::optional<can_frame> Proxy::nextThroughGate(Clock::time_point now)
+{
+    while (!gate->full()) {
+        const auto frame = nextFromInput();
+        if (!frame) {
+            break;
+        }
+        CANTransportGate::Frame own{frame->can_id, frame->can_dlc, {}};
+        std::copy_n(frame->data, frame->can_dlc, own.data);
+        gate->fromEndpoint(own, now);
+    }
+    // An output that has frames may hold no more; it is written first.
+    if (const auto answer = output.isEmpty() ? gate->released(now) : std::nullopt) {
+        output.add(toCANFrame(*answer));
+    }
+    const CANTransportGate::Frame* const own = gate->next(now);
+    if (own == nullptr) {
+        return std::nullopt;
+    }
+    return toCANFrame(*own);
+}
+
+bool Proxy::passesGate(const can_frame& frame)
+{
+    if (!gate) {
+        return true;
+    }
+    CANTransportGate::Frame own{frame.can_id, frame.can_dlc, {}};
+    std::copy_n(frame.data, frame.can_dlc, own.data);
+    return gate->admit(own, Clock::now());
+}
+
+std::optional<can_frame> Proxy::nextFromInput()
+{
+    TraceRecord::View record;
     for (;;) {
         try {
-            const auto message = input.getNextMessage();
-            if (!message) {
+            if (!input.getNextRecord(record)) {
                 return std::nullopt;
             }
-            if (const auto frame = frameOf(*message)) {
+            if (const auto frame = frameOf(record)) {
                 return frame;
             }
             reject("a record that is no data frame of classic CAN");
@@ -130,36 +216,36 @@ void Proxy::reject(const std::string& reason)
 {
     if (++unusable == 1) {
         std::cerr << proxyName << ": stdin: " << reason
-                  << ", expected serialised CAN frames; the next ones are only counted"
-                  << std::endl;
+                  << ", expected serialised CAN frames; further ones are only counted" << std::endl;
     }
 }
 
-void Proxy::handleEvents(std::optional<Pause> timeout)
+void Proxy::handleEvents(const Next& next)
 {
     const bool mayReceive = output.isEmpty() && !outputClosed;
-    const auto onlyIf = [](bool wanted, short events) { return wanted ? events : short{0}; };
+    const auto onlyIf = [](bool condition, short events) { return condition ? events : short{0}; };
     pollfd sources[] = {{signals.descriptor(), POLLIN, 0},
-                        {timeout ? -1 : STDIN_FILENO, POLLIN, 0},
+                        {next.takesInput ? STDIN_FILENO : -1, POLLIN, 0},
                         {outputClosed ? -1 : STDOUT_FILENO, onlyIf(!output.isEmpty(), POLLOUT), 0},
                         {bus.descriptor(), onlyIf(mayReceive, POLLIN), 0}};
-    const timespec limit = toTimespec(timeout.value_or(Pause::zero()));
-    if (ppoll(sources, std::size(sources), timeout ? &limit : nullptr, nullptr) == -1) {
+    const auto& [ofSignals, ofInput, ofOutput, ofBus] = sources;
+    const timespec limit = toTimespec(next.pause.value_or(Pause::zero()));
+    if (ppoll(sources, std::size(sources), next.pause ? &limit : nullptr, nullptr) == -1) {
         if (errno != EINTR) {
             throw std::system_error(errno, std::generic_category(), "poll");
         }
         return;
     }
-    if (sources[0].revents != 0) {
+    if (ofSignals.revents != 0) {
         handleSignals();
     }
-    if (sources[1].revents != 0) {
+    if (ofInput.revents != 0) {
         handleInput();
     }
-    if (sources[2].revents != 0) {
-        handleOutput((sources[2].revents & (POLLERR | POLLHUP)) != 0);
+    if (ofOutput.revents != 0) {
+        handleOutput((ofOutput.revents & (POLLERR | POLLHUP)) != 0);
     }
-    if (sources[3].revents != 0) {
+    if (ofBus.revents != 0) {
         receiveFrames();
     }
 }
@@ -175,15 +261,12 @@ void Proxy::handleSignals()
     }
 }
 
-/// The buffer cannot tell the end of stdin from an empty one.
 void Proxy::handleInput()
 {
-    int available = 0;
-    inputEnded =
-        ioctl(STDIN_FILENO, FIONREAD, &available) == -1 || available == 0 || input.read() == -1;
+    inputEnded = input.read() == -1 || (input.atEnd() && isEndOfInput(STDIN_FILENO));
 }
 
-/// A client that has gone altogether has left by both ends: what it still wrote is sent.
+/// A client that has gone has closed both ends. What it wrote before is still sent.
 void Proxy::handleOutput(bool broken)
 {
     const int error = broken ? EPIPE : output.write();
@@ -200,20 +283,21 @@ void Proxy::handleOutput(bool broken)
 
 void Proxy::receiveFrames()
 {
-    for (int count = 0; count < RecordOutput::mostFrames; ++count) {
-        const auto frame = bus.receive();
-        if (!frame) {
-            return;
+    received.clear();
+    const CANSocket::Result result = bus.receive(received, RecordOutput::mostFrames);
+    for (const can_frame& frame : received) {
+        if (passesGate(frame)) {
+            output.add(frame);
         }
-        output.add(*frame);
         ++framesReceived;
     }
+    throwIfLost(bus, result, "cannot receive");
 }
 
 void Proxy::printCounters() const
 {
     std::cerr << proxyName << ": " << bus.name() << ": " << framesSent << " frames sent, "
               << framesReceived << " received, " << waits << " waits for the queue, "
-              << bus.dropped() << " dropped by the kernel, " << unusable << " records unusable"
+              << bus.missed() << " dropped by the kernel, " << unusable << " records unusable"
               << std::endl;
 }

@@ -1,41 +1,54 @@
 #pragma once
 
-#include "proxy/CANSocket.h"
+#include "velk/CANSocket.h"
+#include "velk/CANTransportGate.h"
+#include "velk/TraceMessageBuffer.h"
+
 #include "proxy/RecordOutput.h"
 #include "proxy/Signals.h"
-
-#include "velk/TraceMessageBuffer.h"
 
 #include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <linux/can.h>
 #include <unistd.h>
 
-/// Carries frames from stdin to the bus and from the bus to stdout. Neither road holds up the other:
-/// a full queue of the interface stops the reading of stdin, a full stdout that of the bus.
+/// Carries frames from stdin to the bus and from the bus to stdout. Neither direction blocks the other: a
+/// full queue of the interface stops only the reading of stdin, a full stdout only that of the bus.
 class Proxy {
 public:
-    Proxy(CANSocket& socket, const Signals& signalSource);
+    Proxy(CANSocket& socket, const Signals& signalSource, bool withGate);
 
-    /// Until stdin is at its end and all is sent, or SIGINT or SIGTERM came. For a client that has gone
-    /// by both ends it does not try for ever.
+    /// Runs until stdin has ended and all frames are sent, or until SIGINT or SIGTERM. When the client has
+    /// closed both ends, the last frames are tried for a limited time only.
     /// @throws Tool::Failure
     void run();
-    /// Prints on stderr, in one line, what was carried.
+    /// Prints the counters on stderr, in one line.
     void printCounters() const;
 
 private:
     using Clock = std::chrono::steady_clock;
     using Pause = std::chrono::microseconds;
 
-    std::optional<Pause> sendFrames();
+    /// When to go on with sending.
+    struct Next {
+        std::optional<Pause> pause; ///< None: when something arrives.
+        bool takesInput = true;
+    };
+
+    Next sendFrames();
+    bool send(const can_frame& frame);
+    Pause pauseAfterFullQueue();
     void checkPatience();
     std::optional<can_frame> nextFrame();
+    std::optional<can_frame> nextThroughGate(Clock::time_point now);
+    std::optional<can_frame> nextFromInput();
+    bool passesGate(const can_frame& frame);
     void reject(const std::string& reason);
-    void handleEvents(std::optional<Pause> timeout);
+    void handleEvents(const Next& next);
     void handleSignals();
     void handleInput();
     void handleOutput(bool broken);
@@ -45,10 +58,12 @@ private:
     const Signals& signals;
     TraceMessageBuffer input{STDIN_FILENO, nullptr};
     RecordOutput output{STDOUT_FILENO};
-    std::optional<can_frame> unsent; ///< Refused by the full queue; goes before all others.
+    std::optional<CANTransportGate> gate;
+    std::optional<can_frame> unsent; ///< Refused by the full queue; sent before all others.
+    std::vector<can_frame> received; ///< Kept for its memory.
     Pause pause;
-    std::optional<Clock::time_point> refusedSince; ///< Of `unsent`.
-    bool inputEnded = false;                       ///< Seen only when nothing is left to send.
+    std::optional<Clock::time_point> refusedSince; ///< When `unsent` was refused first.
+    bool inputEnded = false;                       ///< Noticed only when nothing is left to send.
     bool outputClosed = false;
     bool stopped = false;
 

@@ -18,7 +18,7 @@ std::optional<can_filter> parseFilter(std::string_view text)
     if (!id || !mask || *mask > highest) {
         return std::nullopt;
     }
-    // With both flags in the mask an id of 11 bits never matches one of 29, nor a remote frame.
+    // With both flags in the mask, an id of 11 bits matches neither one of 29 bits nor a remote frame.
     return can_filter{*id, *mask | CAN_EFF_FLAG | CAN_RTR_FLAG};
 }
 
@@ -30,17 +30,18 @@ void addAccept(CLI::App& app, ProxyOptions& options)
             if (!filter) {
                 throw CLI::ValidationError(
                     "--accept",
-                    Tool::complaint(text, "a hexadecimal id up to 7FF, or one of 8 digits up to "
-                                          "1FFFFFFF, and perhaps ':' and a mask of the same kind"));
+                    Tool::complaint(text,
+                                    "a hexadecimal id up to 7FF, or one of 8 digits up to "
+                                    "1FFFFFFF, optionally with ':' and a mask of the same kind"));
             }
             options.accepted.push_back(*filter);
         }
     };
     app.add_option_function<std::vector<std::string>>(
            "--accept", store,
-           "Let only frames with this id through, where the bits of the\n"
-           "mask decide (hexadecimal; an id of 8 digits has 29 bits).\n"
-           "May be given many times (default: all ids)")
+           "Pass only frames with this id; of the id, the bits of the mask\n"
+           "count (both hexadecimal; an id of 8 digits has 29 bits).\n"
+           "Can be repeated (default: all ids)")
         ->type_name("ID[:MASK]")
         ->allow_extra_args(false);
 }
@@ -50,8 +51,11 @@ void addAccept(CLI::App& app, ProxyOptions& options)
 void declare(CLI::App& app, ProxyOptions& options)
 {
     addAccept(app, options);
+    app.add_flag("--gate", options.gate,
+                 "For an endpoint without the client library: stop refused\n"
+                 "bursts, and pass only answers that fit what was sent");
     app.add_flag("--quiet", options.quiet, "Print no counters at the end");
-    app.add_option("IFACE", options.interface, "The CAN interface, as can0")
+    app.add_option("IFACE", options.interface, "The CAN interface, such as can0")
         ->required()
         ->type_name("");
 }

@@ -5,10 +5,11 @@
 
 #include <linux/can.h>
 
-/// What the command line says.
+/// The options of the command line.
 struct ProxyOptions {
     std::string interface;
-    std::vector<can_filter> accepted; ///< Data frames that come through; empty: all of them.
+    std::vector<can_filter> accepted; ///< Data frames that pass; empty: all.
+    bool gate = false;                ///< Between an endpoint on stdin and stdout, and the bus.
     bool quiet = false;
 };
 
@@ -16,4 +17,5 @@ namespace CLI {
 class App;
 } // namespace CLI
 
+/// Binds the options to `options`.
 void declare(CLI::App& app, ProxyOptions& options);

@@ -1,6 +1,6 @@
 #include "proxy/RecordOutput.h"
 
-#include "velk/TraceMessage.h"
+#include "common/FrameRecord.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -29,7 +29,7 @@ void RecordOutput::add(const can_frame& frame)
         chunks.emplace_back();
     }
     const std::uint8_t length = std::min<std::uint8_t>(frame.can_dlc, CAN_MAX_DLEN);
-    CANExtTraceMessage(frame.can_id, frame.data, length).createByteArray(chunks.back(), true, true);
+    FrameRecord::append(chunks.back(), frame.can_id, frame.data, length);
 }
 
 int RecordOutput::write()

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "velk/TraceRecord.h"
+
+#include <climits>
 #include <cstddef>
 #include <deque>
 #include <vector>
@@ -7,27 +10,28 @@
 #include <linux/can.h>
 #include <sys/types.h>
 
-/// Frames on their way to a descriptor, as serialised trace messages. The descriptor is not owned,
-/// and the flags of its open file stay as they are: another process may share it.
+/// Writes frames to a descriptor, as serialised trace messages. The descriptor is not owned. The flags of
+/// its open file do not change, because another process may share it.
 class RecordOutput {
 public:
     /// As many records as PIPE_BUF holds: a pipe that is ready takes them without blocking.
-    static constexpr int mostFrames = 105;
+    static constexpr int mostFrames = PIPE_BUF / TraceRecord::frameSize(CAN_MAX_DLEN);
 
     explicit RecordOutput(int descriptor);
 
+    /// @return whether all frames have been written.
     bool isEmpty() const { return chunks.empty(); }
-    /// At most `mostFrames`, to an empty output.
+    /// Adds a frame: at most `mostFrames` of them to an empty output.
     void add(const can_frame& frame);
-    /// Writes what the descriptor, which is ready, takes without blocking.
-    /// @return 0, or the errno value that tells why it takes no more for good.
+    /// Writes as much as the descriptor takes without blocking; it must be ready.
+    /// @return 0, or the errno value if it will never take more.
     int write();
 
 private:
     ssize_t writeFirst() const;
 
     const int fd;
-    const int socketType;                          ///< -1: no socket.
-    std::deque<std::vector<unsigned char>> chunks; ///< Each for one write; never empty ones.
-    std::size_t written = 0;                       ///< Bytes of the first chunk.
+    const int socketType;                          ///< -1 if the descriptor is no socket.
+    std::deque<std::vector<unsigned char>> chunks; ///< One write each; none is empty.
+    std::size_t written = 0;                       ///< Bytes of the first chunk that were written.
 };

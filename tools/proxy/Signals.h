@@ -2,14 +2,14 @@
 
 #include "velk/Descriptor.h"
 
-/// Takes SIGINT, SIGTERM and SIGUSR1 out of a descriptor; from its creation on they interrupt nothing.
+/// Receives SIGINT, SIGTERM and SIGUSR1 through a descriptor; once it exists they interrupt nothing.
 class Signals {
 public:
     Signals();
 
-    /// Readable while a signal waits.
+    /// @return the descriptor, which is readable while a signal waits.
     int descriptor() const { return source.get(); }
-    /// The number of the one that waits; 0 if there is none.
+    /// @return the number of the next signal that waits; 0 if none does.
     int next() const;
 
 private:

@@ -1,38 +1,48 @@
+#include "velk/CANSocket.h"
+#include "velk/VelkException.h"
+
 #include "common/Tool.h"
-#include "proxy/CANSocket.h"
 #include "proxy/Proxy.h"
 #include "proxy/ProxyExit.h"
 #include "proxy/ProxyOptions.h"
 #include "proxy/Signals.h"
 
+#include <optional>
+
 namespace {
 
 constexpr Tool::Description description{
     proxyName,
-    "Carries CAN frames between stdin and stdout, where they are serialised trace messages, and "
-    "an\n"
-    "interface. A full queue of the interface holds stdin up; no frame is lost, repeated or out of "
-    "order.\n",
-    "[--accept ID[:MASK]]... [--quiet] IFACE",
-    "Only data frames of classic CAN come through. SIGUSR1 and the end print the counters on "
-    "stderr.\n"
-    "\n"
-    "Exit status: 0 stdin is at its end and all is sent, or a signal; 1 any other failure; 2 "
-    "wrong\n"
-    "arguments; 3 no such interface, or no CAN here; 4 the interface is down or gone; 5 nobody "
-    "reads\n"
-    "stdout any more, or the client has gone altogether and the interface takes none of its last\n"
-    "frames.\n"
-    "\n"
-    "Example, a message to a device on the bus of another machine:\n"
-    "  velkcan-send -s 123 -d 321 -D 20 'exec:ssh gateway velkcan-proxy --accept 321 can0'\n",
+    R"(Carries CAN frames between an interface and stdin and stdout, where each frame is a
+serialised trace message. While the interface has no room, stdin waits; no frame is lost,
+repeated or reordered.
+)",
+    "[--accept ID[:MASK]]... [--gate] [--quiet] IFACE",
+    R"(Only data frames of classic CAN pass. The proxy prints its counters on stderr when it gets
+SIGUSR1 and when it ends.
+
+Exit status: 0 stdin has ended and all frames are sent, or a signal came; 1 any other
+failure; 2 wrong arguments; 3 no such interface, or no CAN here; 4 the interface is down
+or gone; 5 nobody reads stdout any more, or the client has gone and the interface does
+not take its last frames.
+
+Example, a message to a device on the bus of another machine:
+  velkcan-send -s 123 -d 321 -D 20 'exec:ssh gateway velkcan-proxy --accept 321 can0'
+)",
     proxyExitFailed};
 
 int carry(const ProxyOptions& options)
 {
     const Signals signals;
-    CANSocket bus(options.interface, options.accepted);
-    Proxy proxy(bus, signals);
+    std::optional<CANSocket> bus;
+    try {
+        const auto buffer =
+            options.gate ? CANSocket::SendBuffer::smallest : CANSocket::SendBuffer::standard;
+        bus.emplace(options.interface, options.accepted, buffer);
+    } catch (const VelkException& error) {
+        throw Tool::Failure(proxyExitNoInterface, error.what());
+    }
+    Proxy proxy(*bus, signals, options.gate);
     int exitCode = proxyExitFine;
     try {
         proxy.run();

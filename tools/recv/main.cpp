@@ -10,23 +10,23 @@ namespace {
 
 constexpr Tool::Description description{
     "velkcan-recv",
-    "Prints messages from a peer on a CAN bus, each as hexadecimal bytes on a line; one message, "
-    "if no\n"
-    "option says otherwise. Up to 1024 wait to be printed: the peer gets an acknowledgement when "
-    "a\n"
-    "message has come, and what is not printed by the end is lost.\n",
+    R"(Prints messages from a peer on a CAN bus, each as a line of hexadecimal bytes; without
+other options, one message. The peer gets an acknowledgement when a message has arrived.
+Up to 1024 messages wait to be printed; those not printed by the end are lost.
+)",
     "-s ID -d ID [options] BUS",
-    "Exit status: 0 all came; 1 timeout; 2 wrong arguments; 3 no bus; 4 the output\n"
-    "cannot be written.\n"
-    "\n"
-    "Example:\n"
-    "  velkcan-recv -s 456 -d 123 -l can0\n"};
+    R"(Exit status: 0 all messages arrived; 1 timeout; 2 wrong arguments; 3 no bus; 4 the output
+cannot be written.
+
+Example:
+  velkcan-recv -s 456 -d 123 -l can0
+)"};
 
 using Message = CANTransportClient::Message;
 
 struct Options {
-    Tool::Line line;
-    bool forEver = false;
+    Tool::Connection connection;
+    bool forever = false;
     std::uint64_t count = 1;
     std::uint64_t timeoutMs = 0;
     bool raw = false;
@@ -36,17 +36,16 @@ struct Options {
 
 void declare(CLI::App& app, Options& options)
 {
-    Tool::addLine(app, options.line);
+    Tool::addConnection(app, options.connection);
     constexpr std::uint64_t one = 1;
     constexpr std::uint64_t longestTimeoutMs = INT32_MAX;
-    Tool::addNumber(app, "-n N", options.count, one, UINT64_MAX,
-                    "Print so many messages (default: 1)");
-    app.add_flag("-l", options.forEver, "Print messages for ever")->excludes("-n");
+    Tool::addNumber(app, "-n N", options.count, one, UINT64_MAX, "Print N messages (default: 1)");
+    app.add_flag("-l", options.forever, "Print messages forever")->excludes("-n");
     Tool::addNumber(app, "--timeout MS", options.timeoutMs, one, longestTimeoutMs,
-                    "End if none comes for so many milliseconds (default: wait)");
+                    "End if no message arrives for MS milliseconds (default: wait)");
     auto* const raw = app.add_flag("--raw", options.raw, "Print the bytes as they are");
     app.add_flag("--json", options.json,
-                 "Print one JSON object a line: time (seconds), id, length, data")
+                 "Print a JSON object on each line: time (seconds), id, length,\ndata")
         ->excludes(raw);
     app.add_flag("--status", options.status, "Print status changes on stderr");
 }
@@ -91,15 +90,15 @@ void printStatus(CANTransportClient::Status status, unsigned short value)
 
 int receive(const Options& options)
 {
-    const Tool::LibraryLog log(options.line);
-    auto clientOptions = Tool::clientOptions(options.line);
+    const Tool::LibraryLog log(options.connection);
+    auto clientOptions = Tool::clientOptions(options.connection);
     if (options.status) {
         clientOptions.statusHandler = printStatus;
     }
     const auto timeout = options.timeoutMs == 0 ? std::chrono::milliseconds::max()
                                                 : std::chrono::milliseconds(options.timeoutMs);
-    CANTransportClient client(options.line.bus, clientOptions);
-    for (std::uint64_t left = options.count; options.forEver || left > 0; --left) {
+    CANTransportClient client(options.connection.bus, clientOptions);
+    for (std::uint64_t left = options.count; options.forever || left > 0; --left) {
         const auto message = client.receive(timeout);
         if (!message) {
             Tool::complain(description,

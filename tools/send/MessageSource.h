@@ -6,17 +6,19 @@
 #include <istream>
 #include <string>
 
-/// Where the message of velkcan-send comes from; all throw Tool::Failure.
+/// Sources of the message of velkcan-send. All return the message, of 1 to 4095 bytes.
+/// @throws Tool::Failure
 namespace MessageSource {
 
 using Bytes = CANTransportClient::Bytes;
 
-/// Bytes as pairs of hexadecimal digits; white space may stand between pairs.
+/// @return bytes given as pairs of hexadecimal digits; white space may separate the pairs.
 Bytes fromHex(std::istream& stream);
-/// All bytes as they are. @param name for the user.
+/// @return all bytes as they are. @param name of the stream, for a complaint.
 Bytes asTheyAre(std::istream& stream, const std::string& name);
+/// @return all bytes of the file.
 Bytes fromFile(const std::string& name);
-/// 01 02 03 and so on.
+/// @return 01 02 03 and so on.
 Bytes generated(std::size_t length);
 
 } // namespace MessageSource

@@ -1,6 +1,11 @@
 #pragma once
 
+#include <cxxabi.h>
 #include <pthread.h>
+
+/// What unwinds the stack of a thread that Thread::stop() ends. Code that catches everything catches
+/// this first and throws it again.
+using ThreadCancellation = abi::__forced_unwind;
 
 /// Gives the calling thread a cancel state while it lives.
 template <int state> class CancelStateScope {

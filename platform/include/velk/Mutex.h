@@ -1,14 +1,15 @@
 #pragma once
 
 #include "velk/Export.h"
+#include "velk/ThreadSafety.h"
 
 #include <pthread.h>
 
 /// A mutex with the default attributes of POSIX: not recursive, not shared between processes.
 ///
-/// Satisfies BasicLockable, so `std::lock_guard<Mutex>` scopes it. The results of the POSIX calls
-/// are ignored: with default attributes a correct program gets none but success.
-class VELK_EXPORT Mutex {
+/// The results of the POSIX calls are ignored: with default attributes a correct program gets nothing
+/// but success.
+class VELK_EXPORT VELK_CAPABILITY("mutex") Mutex {
 public:
     Mutex();
     virtual ~Mutex();
@@ -16,10 +17,22 @@ public:
     Mutex& operator=(const Mutex&) = delete;
 
     /// Blocks until the calling thread owns the mutex. Locking it twice on one thread deadlocks.
-    void lock();
-    /// Gives the mutex back; the calling thread has to own it.
-    void unlock();
+    void lock() VELK_ACQUIRE();
+    /// Releases the mutex; the calling thread has to own it.
+    void unlock() VELK_RELEASE();
 
 private:
     pthread_mutex_t mutex;
+};
+
+/// Owns a Mutex while it lives.
+class VELK_SCOPED_CAPABILITY MutexLock {
+public:
+    explicit MutexLock(Mutex& mutex) VELK_ACQUIRE(mutex) : owned(mutex) { owned.lock(); }
+    ~MutexLock() VELK_RELEASE() { owned.unlock(); }
+    MutexLock(const MutexLock&) = delete;
+    MutexLock& operator=(const MutexLock&) = delete;
+
+private:
+    Mutex& owned;
 };

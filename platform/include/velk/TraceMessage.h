@@ -16,8 +16,8 @@ constexpr msgid_t CAN_EXT_TRACE_MSG = 11;
 constexpr msgid_t CAN_ALT_TRACE_MSG = 0x8012;
 constexpr msgid_t CAN_TRANSPORT_TRACE_MSG = 0x8014;
 
-/// Base of all trace messages: the records that pass through the pipes. A plain value with no
-/// thread of its own; one thread at a time may use it.
+/// Base of all trace messages: the records that pass through the pipes. A plain value: one thread at a
+/// time may use it.
 class VELK_EXPORT MessageBase {
 public:
     explicit MessageBase(msgid_t messageId, unsigned long long timeStampValue = 0);
@@ -27,8 +27,8 @@ public:
     virtual std::ostream& print(std::ostream& stream) const;
 
     /// Serialises the whole message into `bytes`, in the form of docs/trace-format.md.
-    /// @param withHeader false leaves the 16 bytes of the header out.
-    /// @param append true keeps what the vector holds and puts the message behind it.
+    /// @param withHeader false leaves out the 16 bytes of the header.
+    /// @param append true keeps what the vector holds and adds the message to it.
     void createByteArray(std::vector<unsigned char>& bytes, bool withHeader, bool append) const;
 
     std::string text; ///< Free for the application; not serialised.
@@ -36,7 +36,7 @@ public:
     /// otherwise empty.
     std::vector<unsigned char> rawBytes;
     msgid_t id;
-    unsigned long long timeStamp; ///< Carried as it is; the unit is the application's.
+    unsigned long long timeStamp; ///< Carried unchanged; the application chooses the unit.
 
 protected:
     MessageBase(const MessageBase&) = default;
@@ -92,8 +92,8 @@ public:
     ~CANExtTraceMessage() override;
 
     static constexpr std::size_t classicRecordSize = 39; ///< With 8 data bytes.
-    /// Writes what createByteArray() of such a message gives, with the header and the time stamp 0,
-    /// without making one. @param record room for `classicRecordSize` bytes. @param data 8 bytes.
+    /// Writes the record that createByteArray() of such a message gives, with the header and time stamp
+    /// 0, without creating one. @param record room for `classicRecordSize` bytes. @param data 8 bytes.
     static void writeClassicRecord(unsigned char* record, std::uint32_t canID,
                                    const unsigned char* data);
 };
@@ -116,6 +116,7 @@ public:
     ~CANTransportTraceMessage() override;
     std::ostream& print(std::ostream& stream) const override;
 
+    static constexpr std::size_t maxPayload = 4095; ///< Bytes that the transport carries.
     std::vector<unsigned char> payload;
     std::uint32_t canID; ///< Of the frames that brought the message; unused in a request.
     std::uint32_t reservedWord = 0;

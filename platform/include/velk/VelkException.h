@@ -4,14 +4,13 @@
 
 #include <cstdint>
 #include <exception>
+#include <locale>
 #include <sstream>
 #include <string>
 
 /// An exception that is also an output stream: its text is streamed into it before it is thrown.
 ///
-///     VelkException error;
-///     error << "no such channel: " << channel;
-///     throw error;
+///     throwVelkException("no such channel: ", channel);
 class VELK_EXPORT VelkException : public std::exception, public std::ostringstream {
 public:
     VelkException();
@@ -31,3 +30,12 @@ private:
 
 /// Writes the exception's text. Takes no lock.
 VELK_EXPORT std::ostream& operator<<(std::ostream& stream, const VelkException& exception);
+
+/// Throws an exception whose text is made of the parts.
+template <typename... Part> [[noreturn]] void throwVelkException(const Part&... parts)
+{
+    VelkException exception;
+    exception.imbue(std::locale::classic()); // numbers without the grouping of the program's locale
+    (exception << ... << parts);
+    throw exception;
+}

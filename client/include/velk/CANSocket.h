@@ -1,0 +1,58 @@
+#pragma once
+
+#include "velk/Descriptor.h"
+#include "velk/Export.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <linux/can.h>
+
+/// Classic data frames to and from one CAN interface. Never blocks. One thread at a time may use it.
+class VELK_EXPORT CANSocket {
+public:
+    enum class Result {
+        done,
+        wouldBlock, ///< Nothing waits, or the socket's buffer is full: poll(2) says when to go on.
+        /// The queue of the interface is full. poll(2) does not see that: it calls the socket writable. Try
+        /// again after a pause.
+        queueFull,
+        down,  ///< The interface is down or gone.
+        failed ///< Anything else: see error().
+    };
+
+    /// How many frames the kernel holds for the interface before send() gives wouldBlock.
+    enum class SendBuffer { smallest, standard };
+
+    /// @param accepted filters as CAN_RAW_FILTER takes them; none: all data frames.
+    /// @throws VelkException if there is no such CAN interface; `code` is the errno value.
+    CANSocket(std::string interfaceName, const std::vector<can_filter>& accepted,
+              SendBuffer sendBuffer = SendBuffer::standard);
+    ~CANSocket();
+    CANSocket(const CANSocket&) = delete;
+    CANSocket& operator=(const CANSocket&) = delete;
+
+    int descriptor() const { return socket.get(); }
+    const std::string& name() const { return interface; }
+    Result send(const can_frame& frame);
+    /// Adds the frames that wait, at most `most` of them.
+    /// @return done when `most` were there, otherwise why there were no more.
+    Result receive(std::vector<can_frame>& frames, std::size_t most);
+    /// @return the errno value of the last call that gave `down` or `failed`.
+    int error() const { return lastError; }
+    /// @return how many frames the kernel had no room for, as far as received frames tell.
+    std::uint64_t missed() const { return drops; }
+
+private:
+    void setBuffers(SendBuffer sendBuffer) const;
+    void bindToInterface() const;
+    Result resultOf(int errorNumber);
+    struct Batch;
+
+    const std::string interface;
+    Descriptor socket;
+    std::uint32_t drops = 0;
+    int lastError = 0;
+};

@@ -1,0 +1,15 @@
+#pragma once
+
+#include "velk/VelkException.h"
+
+#include <string>
+#include <system_error>
+
+/// @throws VelkException "what: text of the error"; its code is the errno value.
+[[noreturn]] inline void throwErrno(const std::string& what, int error)
+{
+    VelkException exception;
+    exception << what << ": " << std::generic_category().message(error);
+    exception.code = error;
+    throw exception;
+}

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "velk/LogUtil.h"
+
+#include "Tally.h"
+
+#include <array>
+#include <chrono>
+#include <mutex>
+#include <string>
+
+/// Passes log lines to the program's function. Error and information lines of one kind pass ten times a
+/// second; when the second is over, the next one of the kind is preceded by a line with the number left
+/// out. A kind is the text up to its first number. Any thread; the function runs under its mutex.
+class LogLimiter {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    LogLimiter(LogUtil::Sink function, Tally& counters);
+
+    void pass(LogUtil::Level level, const std::string& line, Clock::time_point now = Clock::now());
+    /// @return whether there is a function at all.
+    bool isActive() const { return static_cast<bool>(sink); }
+
+private:
+    struct Kind {
+        std::string text;
+        Clock::time_point since{};
+        unsigned int passed = 0;
+        std::uint64_t leftOut = 0;
+    };
+
+    Kind& kindOf(const std::string& line);
+    void write(LogUtil::Level level, const std::string& line) const;
+
+    const LogUtil::Sink sink;
+    Tally& tally;
+    std::mutex mutex;
+    std::array<Kind, 32> kinds; ///< More share the last one.
+};

@@ -1,0 +1,120 @@
+#include "Mover.h"
+
+#include <utility>
+
+// Frames between the endpoint and the bus, through the gate.
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto queuePause = 500us; ///< About four frames of a bus of 1 Mbit/s.
+constexpr std::size_t framesAtOnce = 64;
+
+} // namespace
+
+/// @return false if the gate had no room for all that was read.
+bool Mover::takeFromEndpoint()
+{
+    while (!gate.full()) {
+        const auto output = port->takeOutput();
+        if (!output) {
+            return true;
+        }
+        if (const auto* const frame = std::get_if<Frame>(&*output)) {
+            gate.fromEndpoint(*frame, now);
+        } else {
+            onStatus(std::get<CANTransportClient::StatusChange>(*output));
+        }
+    }
+    return false;
+}
+
+/// @return false if the bus is lost.
+bool Mover::sendToBus()
+{
+    if (now < linkPause) {
+        return true;
+    }
+    while (const Frame* const frame = gate.next(now)) {
+        switch (link->send(*frame)) {
+        case Link::Sent::done:
+            around.tally.attempts += CANTransportFrame::startsMessage(frame->data) ? 1 : 0;
+            ++around.tally.framesSent;
+            gate.left(now);
+            break;
+        case Link::Sent::wouldBlock:
+            linkBlocked = true;
+            return true;
+        case Link::Sent::queueFull:
+            linkPause = now + queuePause;
+            return true;
+        case Link::Sent::lost:
+            return false;
+        }
+    }
+    linkBlocked = false;
+    return true;
+}
+
+/// @return false if the bus is lost.
+bool Mover::takeFromBus()
+{
+    fromBus.clear();
+    const bool good = link->receive(fromBus, framesAtOnce);
+    now = Clock::now();
+    for (const Frame& frame : fromBus) {
+        if (frame.canID != around.options.receiveId) {
+            ++around.tally.framesIgnored;
+            continue;
+        }
+        ++around.tally.framesReceived;
+        gathering.onFrame(frame);
+        if (retrial) {
+            retrial->peerHeard();
+        }
+        if (gate.admit(frame, now) && isForEndpoint(frame)) {
+            port->addFrame(frame);
+        }
+    }
+    gathering.onTaken(now);
+    // Answers to an own message are due at once, and they come the same way.
+    gatherEnd = stage == Stage::none ? now + gathering.pause() : now;
+    return good;
+}
+
+/// The rest of a burst that an earlier endpoint had started to receive is left out: a refusal of each of its
+/// frames would use up all attempts of the peer at once.
+bool Mover::isForEndpoint(const Frame& frame)
+{
+    startHeard = startHeard || CANTransportFrame::startsMessage(frame.data);
+    return startHeard ||
+           CANTransportFrame::kindOf(frame.data) != CANTransportFrame::CTP_CONSECUTIVE_FRAME;
+}
+
+void Mover::countGate()
+{
+    const CANTransportGate::Counters counters = gate.counters();
+    around.tally.answersDropped = answersDroppedBefore + counters.refusals + counters.readies +
+                                  counters.acknowledgements + counters.unknownAnswers;
+    around.tally.framesDropped = framesDroppedBefore + counters.ownRefusals + counters.ownFrames;
+}
+
+/// What the endpoint has delivered is acknowledged, as far as the bus takes it at once, and what it has
+/// reported last is not lost.
+void Mover::sendLastAnswers()
+{
+    const auto isAnswer = [](const Frame& frame) {
+        return CANTransportFrame::kindOf(frame.data) == CANTransportFrame::CTP_FLOW_CONTROL;
+    };
+    for (bool more = true; more;) {
+        port->readOutput();
+        more = !takeFromEndpoint();
+        const Frame* frame = gate.next(now);
+        while (frame != nullptr && isAnswer(*frame) && link->send(*frame) == Link::Sent::done) {
+            gate.left(now);
+            frame = gate.next(now);
+        }
+        more = !gate.full() && (more || port->hasUnreadOutput()); // a full one: the bus takes none
+    }
+}

@@ -1,0 +1,135 @@
+#include "Mover.h"
+
+#include <utility>
+
+// What becomes of the message that the queue has handed over, and of those that the endpoint has received.
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto abandonedTime = 1s; ///< For the outcome of a message that nobody waits for.
+
+} // namespace
+
+void Mover::onStatus(CANTransportClient::StatusChange change)
+{
+    switch (change.status) {
+    case CANTransportThread::CTT_CONNECTED:
+        muted = false;
+        break;
+    case CANTransportThread::CTT_ACKNOWLEDGED:
+        endStage(RequestQueue::Result::acknowledged);
+        break;
+    case CANTransportThread::CTT_DISCONNECTED:
+    case CANTransportThread::CTT_SEND_TIMEOUT:
+        muted = true;
+        report(change, onGiveUp());
+        return;
+    case CANTransportThread::CTT_RECEIVE_TIMEOUT:
+        break;
+    }
+    report(change, true);
+}
+
+/// @return whether the peer was heard.
+bool Mover::onGiveUp()
+{
+    if (!retrial) { // nothing was handed over
+        return false;
+    }
+    const Retrial::Decision decision = retrial->givenUp(now);
+    switch (decision.verdict) {
+    case Retrial::Verdict::again:
+        if (stage == Stage::withEndpoint) {
+            stage = Stage::resting;
+            stageEnd = decision.at;
+        } else {
+            endStage(RequestQueue::Result::refused);
+        }
+        return true;
+    case Retrial::Verdict::refused:
+        endStage(RequestQueue::Result::refused);
+        return true;
+    case Retrial::Verdict::noAnswer:
+        endStage(RequestQueue::Result::noAnswer);
+        return false;
+    }
+    return false;
+}
+
+void Mover::endStage(RequestQueue::Result result)
+{
+    if (std::exchange(stage, Stage::none) != Stage::none) {
+        around.queue.finish(result); // nobody hears of an abandoned one
+    }
+}
+
+void Mover::report(CANTransportClient::StatusChange change, bool peerAnswers)
+{
+    const auto heard = around.filter.filter(change, peerAnswers);
+    if (!heard) {
+        return;
+    }
+    around.queue.report(*heard);
+    if (around.options.statusHandler) {
+        try {
+            around.options.statusHandler(heard->status, heard->value);
+        } catch (...) { // of the program: it must not end the connection
+        }
+    }
+}
+
+void Mover::takeMessages()
+{
+    while (around.queue.hasRoom()) {
+        auto received = port->takeMessage();
+        if (!received) {
+            return;
+        }
+        around.queue.deliver(std::move(*received));
+    }
+}
+
+/// The endpoint keeps a message that was withdrawn until its outcome is known, for a second at most: a late
+/// answer would end the next one. A peer that has not answered by then loses a fresh endpoint nothing, and
+/// its clear() could wait for a burst that only this thread takes.
+void Mover::abandonWithdrawn()
+{
+    if (stage == Stage::none || !(stopping || around.queue.isWithdrawn())) {
+        return;
+    }
+    if (stage == Stage::withEndpoint) {
+        stage = Stage::abandoned;
+        stageEnd = now + abandonedTime;
+    }
+    if (stage == Stage::abandoned && now >= stageEnd) {
+        openPort();
+        stage = Stage::resting;
+    }
+    if (stage == Stage::resting) {
+        endStage(RequestQueue::Result::cancelled);
+    }
+}
+
+void Mover::handOver()
+{
+    Clock::time_point deadline{};
+    if (stage == Stage::resting && now >= stageEnd) {
+        giveToEndpoint();
+    } else if (stage == Stage::none && !stopping && around.queue.hasRoom() &&
+               around.queue.handOver(message, deadline)) {
+        retrial.emplace(deadline);
+        giveToEndpoint();
+    }
+}
+
+void Mover::giveToEndpoint()
+{
+    if (muted) { // a second failure would go unreported
+        openPort();
+    }
+    stage = Stage::withEndpoint;
+    retrial->handedOver();
+    port->addRequest(message);
+}

@@ -1,0 +1,94 @@
+#pragma once
+
+#include "velk/CANTransportClient.h"
+
+#include "Tally.h"
+#include "Wakeup.h"
+
+#include <condition_variable>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <optional>
+
+/// What callers wait for: their messages on the way out, received messages, outcomes and status changes.
+/// Any thread; its mutex is never held while a function of the program runs.
+class RequestQueue {
+public:
+    using Bytes = CANTransportClient::Bytes;
+    using Clock = CANTransportClient::Clock;
+    using Message = CANTransportClient::Message;
+    using Result = CANTransportClient::SendResult;
+    using Ticket = CANTransportClient::Ticket;
+
+    /// @param moverWakeup is set whenever the mover has something to do.
+    RequestQueue(std::string busName, const CANTransportClient::Options& clientOptions,
+                 const Wakeup& moverWakeup, Tally& counters);
+    ~RequestQueue();
+    RequestQueue(const RequestQueue&) = delete;
+    RequestQueue& operator=(const RequestQueue&) = delete;
+
+    // For callers: as CANTransportClient has them.
+    Result send(const Bytes& message, Clock::time_point deadline);
+    std::optional<Ticket> submit(Bytes&& message, Clock::time_point deadline);
+    std::optional<Message> receive(std::chrono::milliseconds timeout);
+    std::optional<CANTransportClient::Event> next();
+    int descriptor();
+    /// Ends all requests.
+    void endAll(Result result);
+
+    // For those who open and close the bus.
+    void open();
+    void lose();
+    /// Nobody enters any more: all requests end, and all callers leave.
+    void close();
+
+    // For the mover.
+    /// Hands over the message that is to be sent next: a copy of its bytes, and its deadline.
+    bool handOver(Bytes& message, Clock::time_point& deadline);
+    /// @return whether nobody waits any more for the message that was handed over.
+    bool isWithdrawn();
+    /// The outcome of the message that was handed over.
+    void finish(Result result);
+    bool hasRoom();
+    void deliver(Message message);
+    void report(CANTransportClient::StatusChange change);
+    /// Ends submitted requests that are due. @return when the next one is.
+    Clock::time_point expire(Clock::time_point now);
+
+private:
+    enum class Bus { open, lost, closed };
+    struct Request;
+    class Caller;
+    using Lock = std::unique_lock<std::mutex>;
+
+    void endRequests(Result result);
+    void end(Request& request, Result result);
+    void withdraw(Request& request, Result result);
+    bool hasEvent() const;
+    void updateReadiness();
+
+    const std::string bus;
+    const std::size_t queueLength;
+    const std::chrono::milliseconds patience;
+    const Wakeup& wakeup;
+    Tally& tally;
+    const Wakeup readiness; ///< Of next(), for the program's event loop.
+
+    std::mutex mutex; // guards all below
+    Bus state = Bus::lost;
+    std::deque<Request*> waiting;
+    Request* handedOver = nullptr;
+    bool withdrawn = false; ///< The endpoint has a message that nobody waits for.
+    std::map<Ticket, Request> submitted;
+    Ticket lastTicket = 0;
+    std::deque<Message> received;
+    std::condition_variable arrived; ///< A message, or the end.
+    std::deque<CANTransportClient::Outcome> outcomes;
+    std::deque<CANTransportClient::StatusChange> changes;
+    bool lossUnread = false;
+    bool hasEventLoop = false; ///< descriptor() was called.
+    bool ready = false;        ///< `readiness` is set.
+    unsigned int callers = 0;  ///< In send() or receive().
+    std::condition_variable left;
+};
