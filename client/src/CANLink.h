@@ -17,6 +17,6 @@ public:
 private:
     CANSocket socket;
     Tally& tally;
-    const std::uint64_t missedBefore; ///< By earlier connections.
-    std::vector<can_frame> taken;     ///< Kept for its memory.
+    const std::uint64_t missedBefore; ///< Frames missed by earlier connections.
+    std::vector<can_frame> taken;     ///< A member to reuse its memory.
 };

@@ -13,12 +13,12 @@
 
 namespace {
 
-/// Some thousand frames: a peer may send a whole message before this process runs again.
+/// Room for some thousand frames: a peer may send a whole message before this process runs again.
 constexpr int receiveBufferBytes = 1024 * 1024;
 
 void setOption(const Descriptor& socket, int level, int option, int value)
 {
-    setsockopt(socket.get(), level, option, &value, sizeof value); // what fails leaves the default
+    setsockopt(socket.get(), level, option, &value, sizeof value); // on failure the default stays
 }
 
 } // namespace
@@ -51,7 +51,7 @@ void CANSocket::setBuffers(SendBuffer sendBuffer) const
     setOption(socket, SOL_SOCKET, SO_RCVBUF, receiveBufferBytes);
     setOption(socket, SOL_SOCKET, SO_RCVBUFFORCE, receiveBufferBytes); // beyond the system's limit
     if (sendBuffer == SendBuffer::smallest) {
-        setOption(socket, SOL_SOCKET, SO_SNDBUF, 1); // the kernel takes its own minimum
+        setOption(socket, SOL_SOCKET, SO_SNDBUF, 1); // the kernel raises it to its minimum
     }
 }
 
@@ -79,7 +79,7 @@ CANSocket::Result CANSocket::send(const can_frame& frame)
     return Result::done;
 }
 
-/// Room for some frames and the count of missed ones that comes with each.
+/// Room for some frames, each with the count of missed frames.
 struct CANSocket::Batch {
     static constexpr std::size_t size = 32;
 

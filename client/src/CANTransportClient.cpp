@@ -11,7 +11,7 @@ CANTransportClient::BusLost::BusLost(const std::string& bus)
 
 CANTransportClient::BusLost::~BusLost() = default;
 
-/// What a client has for its whole life, and its connection.
+/// What lives as long as the client, and the current connection.
 class CANTransportClient::Core {
 public:
     Core(std::string busName, Options clientOptions)
@@ -44,7 +44,7 @@ public:
         const std::lock_guard<std::mutex> order(lifecycle);
         queue.endAll(SendResult::cancelled);
         mover.reset();
-        queue.endAll(SendResult::cancelled); // what came meanwhile
+        queue.endAll(SendResult::cancelled); // requests that came in between
         try {
             connect();
         } catch (const std::exception&) {
@@ -57,7 +57,7 @@ public:
     const Options options;
     Tally tally;
     LogLimiter log;
-    const Wakeup wakeup; ///< Of the mover.
+    const Wakeup wakeup; ///< Wakes the mover.
     RequestQueue queue;
 
 private:

@@ -14,17 +14,17 @@ namespace {
 using Frame = CANTransportGate::Frame;
 using Time = CANTransportGate::Time;
 
-/// From the last refusal to the next attempt: the frames out of reach have been sent and refused by then.
+/// From the last refusal to the next attempt: by then the frames out of reach have been sent and refused.
 constexpr auto quietTime = 3ms;
-/// The peer's burst has no longer gap.
+/// The longest gap in a burst of the peer.
 constexpr auto longestGap = 10ms;
-/// A frame waits no longer for the other direction, as the endpoint waits only 1 s for the answer.
+/// The longest wait of a frame for the other direction: the endpoint waits only 1 s for its answer.
 constexpr auto longestWait = 500ms;
-/// An answer has to reach the endpoint within the second from the frame that it answers.
+/// An answer has to reach the endpoint within 1 s after the frame that it answers.
 constexpr auto answerLimit = 900ms;
 /// The endpoint's own pause after an acknowledgement.
 constexpr auto longestPause = 10ms;
-/// Two bursts of fewer frames each take less than the second that a reception has, at 125 kbit/s.
+/// At 125 kbit/s two shorter bursts at once take less than the second that a reception has.
 constexpr std::size_t longBurst = 128;
 
 /// Frames in the order of their arrival.
@@ -48,11 +48,11 @@ private:
     std::size_t count = 0;
 };
 
-/// What the peer can answer to the attempt under way.
+/// Which answers to the current attempt the gate lets in.
 enum class Door {
-    closed,  ///< Nothing: there is no attempt, or it has its answer.
-    started, ///< The first frame has left: that it is ready, or a refusal.
-    ready,   ///< It was ready, and consecutive frames are still to leave: a refusal.
+    closed,  ///< None: there is no attempt, or it has its answer.
+    started, ///< The first frame has left: a ready answer or a refusal.
+    ready,   ///< The peer was ready, and consecutive frames still have to leave: a refusal.
     sent,    ///< All frames have left: an acknowledgement or a refusal.
 };
 
@@ -60,24 +60,23 @@ enum class Door {
 
 struct CANTransportGate::State {
     // Own message.
-    Line<frameCountOf(maxMessageLength)> burst; ///< Consecutive frames that are to leave.
-    std::optional<Frame> start;                 ///< Single or first frame that is to leave.
+    Line<frameCountOf(maxMessageLength)> burst; ///< Consecutive frames that have to leave.
+    std::optional<Frame> start;                 ///< Single or first frame that has to leave.
     Door door = Door::closed;
-    unsigned int toLeave = 0;        ///< Consecutive frames of the attempt under way.
-    Time writtenAt = Time::min();    ///< The last frame of a message, by the endpoint.
-    Time leftAt = Time::min();       ///< The last frame of a message.
-    Time quietFrom = Time::min();    ///< Refusals of the last attempt have come by then.
-    Time expectedBy = Time::min();   ///< Copies of the last acknowledgement have come by then.
+    unsigned int toLeave = 0;        ///< Consecutive frames of the attempt that have to leave.
+    Time writtenAt = Time::min();    ///< When the endpoint wrote its last message frame.
+    Time leftAt = Time::min();       ///< When the last message frame left.
+    Time quietFrom = Time::min();    ///< By then all refusals of the last attempt have arrived.
+    Time expectedBy = Time::min();   ///< By then copies of the last acknowledgement have arrived.
     std::optional<Frame> heldAnswer; ///< An acknowledgement.
     Time heldSince = Time::min();
     std::uint32_t ownId = 0;
 
     // The peer's message.
-    Line<64> answers;       ///< To the peer, that are to leave.
-    bool receiving = false; ///< The endpoint was ready, and has not answered the burst yet.
-    bool refused = false;   ///< Since the peer's last attempt began.
-    Time heardAt =
-        Time::min(); ///< The last consecutive frame, or the ready answer to the first one.
+    Line<64> answers;           ///< Answers to the peer that have to leave.
+    bool receiving = false;     ///< The endpoint was ready, and has not answered the burst yet.
+    bool refused = false;       ///< The endpoint has refused the current attempt of the peer.
+    Time heardAt = Time::min(); ///< Of the last consecutive frame, or the ready answer before it.
     std::uint32_t peerId = 0;
 
     Counters counters;
@@ -103,7 +102,7 @@ void CANTransportGate::State::takeAnswer(const Frame& frame, Time now)
         return;
     }
     switch (code) {
-    case CTP_FC_NOT_READY_TO_RECEIVE: // a reception goes on
+    case CTP_FC_NOT_READY_TO_RECEIVE: // does not end a reception
         refused = true;
         break;
     case CTP_FC_READY_TO_RECEIVE:
@@ -121,8 +120,7 @@ void CANTransportGate::State::takeAnswer(const Frame& frame, Time now)
     answers.push(frame);
 }
 
-/// The attempt before has had its time. Its consecutive frames still leave: the peer may be receiving
-/// them.
+/// The previous attempt is over. Its consecutive frames still leave: the peer may be receiving them.
 void CANTransportGate::State::takeStart(const Frame& frame)
 {
     counters.ownFrames += start ? 1U : 0U;
@@ -140,8 +138,8 @@ void CANTransportGate::State::startLeft()
     start.reset();
 }
 
-/// Two long bursts at once can take longer than a reception lasts, each time. The lower id goes first, as
-/// on the bus.
+/// Two long bursts at the same time can take longer than a reception may, in every attempt. The lower id
+/// goes first, as on the bus.
 Time CANTransportGate::State::burstAt() const
 {
     const bool yields = receiving && ownId > peerId && burst.size() > longBurst;
@@ -152,7 +150,7 @@ Time CANTransportGate::State::startAt() const
 {
     const bool single = kindOf(start->data) == CTP_SINGLE_FRAME;
     Time time = quietFrom;
-    if (single) { // the next answer to it is an acknowledgement; a first frame's is not
+    if (single) { // a copy of an old acknowledgement would fit it, but not a first frame
         time = std::max(time, expectedBy);
     } else if (receiving) {
         time = std::max(time, heardAt + longestGap);
@@ -160,7 +158,7 @@ Time CANTransportGate::State::startAt() const
     return std::min(time, writtenAt + longestWait);
 }
 
-/// An endpoint that gets an acknowledgement ends the reception that is running.
+/// An acknowledgement would end the endpoint's current reception.
 Time CANTransportGate::State::answerAt() const
 {
     return receiving ? std::min(std::max(heardAt, heldSince) + longestGap, writtenAt + answerLimit)
@@ -179,7 +177,7 @@ bool CANTransportGate::State::admitAnswer(const Frame& frame, Time now)
     case CTP_FC_ACKNOWLEDGE:
         return admitAcknowledgement(frame, now);
     }
-    ++counters.unknownAnswers; // no code of the format
+    ++counters.unknownAnswers; // not a code of the format
     return false;
 }
 
@@ -188,8 +186,8 @@ bool CANTransportGate::State::admitAnswer(const Frame& frame, Time now)
 bool CANTransportGate::State::admitRefusal(flowcontrol_t code, Time now)
 {
     quietFrom = now + quietTime;
-    if (code ==
-        CTP_FC_NOT_ACKNOWLEDGE) { // after the other code the peer may count them to their end
+    // After the other code the peer may still count the frames.
+    if (code == CTP_FC_NOT_ACKNOWLEDGE) {
         counters.ownFrames += burst.size();
         burst.clear();
     }
@@ -216,7 +214,7 @@ bool CANTransportGate::State::admitAcknowledgement(const Frame& frame, Time now)
         return false;
     }
     door = Door::closed;
-    // A copy that the bus makes comes within the time that two frames take, as the answer did.
+    // A copy made by the bus arrives soon after: allow twice the time that the answer took.
     expectedBy = now + std::min<Time::duration>(2 * (now - leftAt), longestPause);
     heldSince = now;
     if (answerAt() > now) {
@@ -250,7 +248,7 @@ void CANTransportGate::fromEndpoint(const Frame& frame, Time now)
 
 bool CANTransportGate::full() const { return state->answers.full() || state->burst.full(); }
 
-/// Answers first: the peer waits for them, and they are no part of the own message.
+/// Answers first: the peer waits for them, and they are not part of the own message.
 const Frame* CANTransportGate::next(Time now) const
 {
     if (!state->answers.empty()) {

@@ -14,10 +14,10 @@
 
 namespace {
 
-constexpr int graceMs = 1000; ///< To end by itself, and again after it was asked to.
+constexpr int graceMs = 1000; ///< To end by itself, and again after SIGTERM.
 constexpr int stepMs = 10;
 
-/// A program of the shell expects all signals at their defaults, and finds no descriptor of this process.
+/// The shell starts with default signals, and with no descriptor of this process except stderr.
 class SpawnSettings {
 public:
     explicit SpawnSettings(int standardStreams)
@@ -81,12 +81,12 @@ CommandLink::~CommandLink()
         state = afterGrace();
     }
     if (state != Shell::reaped) {
-        kill(-shell, SIGKILL); // with what the shell has left behind
+        kill(-shell, SIGKILL); // also processes that the shell left behind
         waitpid(shell, nullptr, 0);
     }
 }
 
-/// The shell stays a zombie until the group is gone, so that its id cannot come to mean another group.
+/// Leaves the shell a zombie until its group is gone, so that no other group can get its id.
 CommandLink::Shell CommandLink::afterGrace() const
 {
     for (int waitedMs = 0; waitedMs < graceMs; waitedMs += stepMs) {

@@ -4,14 +4,13 @@
 
 #include <sys/types.h>
 
-/// A shell command that carries trace messages on its stdin and stdout, with the whole process group that it
-/// makes.
+/// A shell command that carries trace messages on its stdin and stdout, and its process group.
 class CommandLink : public Link {
 public:
     /// @throws VelkException if the shell cannot be started.
     CommandLink(const std::string& command, Tally& counters);
-    /// Closes the socket, which ends a well-behaved command; after a second the group is terminated, and
-    /// after another killed. No zombie is left.
+    /// Closes the socket, which ends a well-behaved command. After a second, terminates the process group;
+    /// after another second, kills it. No zombie is left.
     ~CommandLink() override;
 
     int descriptor() const override { return socket->descriptor(); }
@@ -25,10 +24,10 @@ private:
     enum class Shell {
         running,
         ended,
-        reaped, ///< By the program, which waits for any child: its id may be another's by now.
+        reaped, ///< By the program, which waits for any child. The id may be in use again.
     };
     Shell afterGrace() const;
 
     std::unique_ptr<StreamLink> socket;
-    pid_t shell = -1; ///< And the id of its group.
+    pid_t shell = -1; ///< Also the id of its process group.
 };

@@ -19,7 +19,7 @@ namespace {
 using TraceRecord::get;
 using TraceRecord::put;
 
-// A status change on its way to the mover: a record that no trace uses.
+// The record of a status change on its way to the mover; no trace message uses this id.
 constexpr msgid_t statusId = 0x7FFF;
 constexpr std::size_t valueOffset = TraceRecord::headerSize + 4;
 constexpr std::size_t statusSize = valueOffset + 2;
@@ -102,8 +102,8 @@ void EndpointPort::feed()
     }
 }
 
-/// On the endpoint's thread. A pipe takes so few bytes whole or not at all. A stop gets through to it where
-/// the pipe is full.
+/// Runs on the endpoint's thread. A pipe takes so few bytes completely or not at all. If the pipe is full,
+/// a stop can interrupt the write.
 void EndpointPort::onStatus(CANTransportThread::statuschange_t status, unsigned short value) const
 {
     unsigned char record[statusSize];
@@ -148,8 +148,8 @@ bool EndpointPort::hasUnreadOutput() const { return bytesIn(outputPipe.ends[0]) 
 
 bool EndpointPort::hasUnreadMessages() const { return bytesIn(messageEnd) > 0; }
 
-/// A stop could come between a delivery and its acknowledgement. What arrives when the endpoint has read
-/// everything is read after both: here the start of a record that never ends.
+/// A stop could come between a delivery and its acknowledgement. A byte that is written after the endpoint
+/// has read everything is read only after both. This byte starts a record that is never completed.
 void EndpointPort::settle()
 {
     int leftMs = 500;

@@ -11,16 +11,16 @@
 #include <variant>
 #include <vector>
 
-/// An endpoint with its thread and its pipes, as the mover sees it: frames and requests go in; frames for
-/// the bus and status changes come out in their order, and received messages on a pipe of their own. Never
-/// blocks, except in the destructor and where it says so. For the mover's thread alone.
+/// An endpoint with its thread and its pipes, for the mover. Frames and requests go in. Frames for the bus
+/// and status changes come out in their order; received messages come out on a pipe of their own. Blocks
+/// only in the destructor and in settle(). For the mover's thread alone.
 class EndpointPort {
 public:
     using Bytes = CANTransportClient::Bytes;
     using Frame = CANTransportThread::TPCANMsg;
     using StatusChange = CANTransportClient::StatusChange;
 
-    /// @throws VelkException if there are no descriptors or no thread for it.
+    /// @throws VelkException if a descriptor or the thread is unavailable.
     EndpointPort(const CANTransportClient::Options& options, LogLimiter& log);
     /// Ends the endpoint's thread.
     ~EndpointPort();
@@ -29,14 +29,14 @@ public:
 
     void addFrame(const Frame& frame);
     void addRequest(const Bytes& message);
-    /// Writes what was added, as far as the endpoint takes it.
+    /// Writes as much of what was added as the endpoint's pipe takes.
     void feed();
     /// @return whether something was added that the endpoint has not taken.
     bool isBehind() const { return used < pending.size(); }
     int inputDescriptor() const { return input; }
 
     using Output = std::variant<Frame, StatusChange>;
-    /// Reads what the endpoint has written; takeOutput() returns it piece by piece.
+    /// Reads what the endpoint has written; takeOutput() returns it one by one.
     void readOutput() { outputs.read(); }
     std::optional<Output> takeOutput();
     int outputDescriptor() const { return outputPipe.ends[0]; }
@@ -50,7 +50,7 @@ public:
     /// @return whether takeMessage() may have something after a further readMessages().
     bool hasUnreadMessages() const;
 
-    /// Waits until the endpoint has handled all input, for half a second at most: a full pipe may hold it up.
+    /// Waits until the endpoint has handled all input, for half a second at most: a full pipe may block it.
     void settle();
 
 private:
@@ -66,9 +66,9 @@ private:
     void onStatus(CANTransportThread::statuschange_t status, unsigned short value) const;
     void waitUntilRead(int& leftMs) const;
 
-    Pipe outputPipe; ///< Frames for the bus, and status changes as records of an id of their own.
+    Pipe outputPipe; ///< Frames for the bus, and status changes as records with their own id.
     CANTransportThread endpoint;
-    int input = -1; ///< Owned by the endpoint, as the next one is.
+    int input = -1; ///< Owned by the endpoint, like messageEnd.
     int messageEnd = -1;
     TraceMessageBuffer outputs;
     TraceMessageBuffer messages;

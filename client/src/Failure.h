@@ -5,7 +5,7 @@
 #include <string>
 #include <system_error>
 
-/// @throws VelkException "what: text of the error"; its code is the errno value.
+/// @throws VelkException always: "what: text of the error", with the errno value as its code.
 [[noreturn]] inline void throwErrno(const std::string& what, int error)
 {
     VelkException exception;

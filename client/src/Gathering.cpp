@@ -8,7 +8,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr unsigned int lastFrames = 4; ///< Of a message; they are waited for one by one.
+constexpr unsigned int lastFrames = 4; ///< The last frames of a message never gather.
 constexpr auto worthwhile = 250us;     ///< A shorter pause costs more than it saves.
 
 } // namespace
@@ -17,7 +17,7 @@ void Gathering::onFrame(const CANTransportThread::TPCANMsg& frame)
 {
     using namespace CANTransportFrame;
     switch (kindOf(frame.data)) {
-    case CTP_FIRST_FRAME: // the time to the next frame is the peer's and says nothing
+    case CTP_FIRST_FRAME: // the time to the next frame depends on the peer, not on the bus
         missing = frameCountOf(announcedLengthOf(frame.data)) - 1;
         untimed = 0;
         timing = false;

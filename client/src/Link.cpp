@@ -10,7 +10,7 @@
 
 namespace {
 
-/// @return what follows the prefix, or null.
+/// @return the text after the prefix, or null.
 const char* after(std::string_view prefix, const std::string& text)
 {
     return text.compare(0, prefix.size(), prefix) == 0 ? text.c_str() + prefix.size() : nullptr;

@@ -9,15 +9,15 @@
 
 struct Tally;
 
-/// One way to a bus. Never blocks; for the mover's thread alone.
+/// A connection to a bus. Never blocks; for the mover's thread alone.
 class Link {
 public:
     using Frame = CANTransportThread::TPCANMsg;
 
     enum class Sent {
         done,
-        wouldBlock, ///< Go on when the descriptor is writable.
-        queueFull,  ///< Go on after a pause: the descriptor does not tell.
+        wouldBlock, ///< Try again when the descriptor is writable.
+        queueFull,  ///< Try again after a pause: poll(2) does not show when there is room.
         lost,
     };
 
@@ -28,10 +28,10 @@ public:
 
     virtual int descriptor() const = 0;
     virtual Sent send(const Frame& frame) = 0;
-    /// Adds the frames that wait, but no more than about `most`. @return false if the bus is lost.
+    /// Appends the waiting frames, about `most` at most. @return false if the bus is lost.
     virtual bool receive(std::vector<Frame>& frames, std::size_t most) = 0;
 };
 
-/// @param bus as CANTransportClient takes it. @param acceptedId the only id whose frames are needed.
+/// @param bus as for CANTransportClient. @param acceptedId the only id whose frames are needed.
 /// @throws VelkException if the bus cannot be reached.
 std::unique_ptr<Link> openLink(const std::string& bus, std::uint32_t acceptedId, Tally& tally);

@@ -63,6 +63,6 @@ void LogLimiter::write(LogUtil::Level level, const std::string& line) const
 {
     try {
         sink(level, line);
-    } catch (...) { // of the program's function: the line is lost
+    } catch (...) { // from the program's function: the line is lost
     }
 }

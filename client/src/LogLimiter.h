@@ -9,9 +9,9 @@
 #include <mutex>
 #include <string>
 
-/// Passes log lines to the program's function. Error and information lines of one kind pass ten times a
-/// second; when the second is over, the next one of the kind is preceded by a line with the number left
-/// out. A kind is the text up to its first number. Any thread; the function runs under its mutex.
+/// Passes log lines to the program's function, at most ten error and information lines of one kind per
+/// second. After that second, the next line of the kind is preceded by a line with the number left out. The
+/// kind of a line is its text up to the first digit. Any thread; the function runs under the mutex.
 class LogLimiter {
 public:
     using Clock = std::chrono::steady_clock;
@@ -19,7 +19,7 @@ public:
     LogLimiter(LogUtil::Sink function, Tally& counters);
 
     void pass(LogUtil::Level level, const std::string& line, Clock::time_point now = Clock::now());
-    /// @return whether there is a function at all.
+    /// @return whether the program has set a function.
     bool isActive() const { return static_cast<bool>(sink); }
 
 private:
@@ -36,5 +36,5 @@ private:
     const LogUtil::Sink sink;
     Tally& tally;
     std::mutex mutex;
-    std::array<Kind, 32> kinds; ///< More share the last one.
+    std::array<Kind, 32> kinds; ///< Further kinds share the last one.
 };

@@ -13,7 +13,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Threads that start meanwhile inherit it: no signal of the program is theirs to take.
+/// Threads that start while it exists inherit the mask, so they take no signal of the program.
 class AllSignalsBlocked {
 public:
     AllSignalsBlocked()
@@ -57,7 +57,7 @@ void Mover::run()
         while (pass()) {
         }
         drain();
-    } catch (const std::exception& error) { // no memory, or no descriptor for a fresh endpoint
+    } catch (const std::exception& error) { // no memory or no descriptor for a fresh endpoint
         around.log.pass(LogUtil::Level::error, std::string("CANTransportClient: ") + error.what());
     }
     port.reset();
@@ -66,12 +66,12 @@ void Mover::run()
     }
 }
 
-/// @return false at the end, of the bus or of the client.
+/// @return false if the bus is lost or the client ends.
 bool Mover::pass()
 {
     now = Clock::now();
     bool more = true;
-    while (more) { // what the gate had no room for may have room when frames have left
+    while (more) { // the gate may have room again when frames have left
         const bool full = !takeFromEndpoint();
         if (!sendToBus()) {
             return false;
@@ -101,12 +101,12 @@ void Mover::openPort()
     gate.reset();
 }
 
-/// Waits for something to do. @return false at the end, of the bus or of the client.
+/// Waits for something to do. @return false if the bus is lost or the client ends.
 bool Mover::wait()
 {
     const bool room = around.queue.hasRoom();
     const auto onlyIf = [](bool wanted, short events) { return wanted ? events : short{0}; };
-    // A client that is behind takes nothing from the bus, but has to see its end.
+    // A client that is behind reads nothing from the bus, but has to notice its end.
     const bool takes = (room || stage != Stage::none) && !port->isBehind() &&
                        (now >= gatherEnd || stage != Stage::none);
     pollfd wakeup{around.wakeup.descriptor(), POLLIN, 0};
@@ -146,8 +146,8 @@ bool Mover::wait()
     return !isOver();
 }
 
-/// A message that is on its way is waited for: its late answer could end the first one of the next
-/// connection.
+/// The mover waits for the outcome of a message that is on its way: its late answer could end the first
+/// message of the next connection.
 bool Mover::isOver() const
 {
     return stopping && stage != Stage::withEndpoint && stage != Stage::abandoned;
@@ -157,7 +157,7 @@ Mover::Clock::time_point Mover::nextEvent()
 {
     auto time = around.queue.expire(now);
     const auto include = [&](Clock::time_point candidate) {
-        if (candidate > now) { // what is past waits for something else
+        if (candidate > now) { // a time in the past waits for another event
             time = std::min(time, candidate);
         }
     };
@@ -172,7 +172,7 @@ Mover::Clock::time_point Mover::nextEvent()
     return time;
 }
 
-/// Nothing that the endpoint has acknowledged to the peer is lost with it.
+/// Delivers all messages that the endpoint has acknowledged, before the endpoint ends.
 void Mover::drain()
 {
     port->settle();

@@ -15,11 +15,11 @@
 #include <thread>
 
 /// The thread of a connected client: moves frames between the link and the endpoint, through the gate, and
-/// messages between the endpoint and those who wait for them. One message at a time is with the endpoint, so
-/// that each outcome belongs to one message.
+/// messages between the endpoint and the queue of the callers. The endpoint has one message at a time, so
+/// each outcome belongs to one message.
 class Mover {
 public:
-    /// What outlives a connection.
+    /// Objects that outlive a connection.
     struct Surroundings {
         const CANTransportClient::Options& options;
         const Wakeup& wakeup;
@@ -29,9 +29,9 @@ public:
         Tally& tally;
     };
 
-    /// Starts the thread. @throws VelkException, std::system_error if there is none.
+    /// Starts the thread. @throws VelkException or std::system_error on failure.
     Mover(std::unique_ptr<Link> openedLink, const Surroundings& outside);
-    /// Ends it. What the endpoint has acknowledged to the peer is delivered before.
+    /// Ends the thread, after it has delivered all messages that the endpoint has acknowledged.
     ~Mover();
     Mover(const Mover&) = delete;
     Mover& operator=(const Mover&) = delete;
@@ -44,8 +44,8 @@ private:
     enum class Stage {
         none,
         withEndpoint,
-        abandoned, ///< With the endpoint, but nobody waits for it: its outcome may not end the next one.
-        resting, ///< With nobody: it is handed to the endpoint again.
+        abandoned, ///< With the endpoint, but withdrawn: its outcome must not end the next message.
+        resting,   ///< Given up by the endpoint, which gets it again at `stageEnd`.
     };
 
     // Mover.cpp: the thread and its waits.
@@ -77,7 +77,7 @@ private:
 
     const std::unique_ptr<Link> link;
     const Surroundings around;
-    const std::uint64_t answersDroppedBefore; ///< By the gates of earlier connections.
+    const std::uint64_t answersDroppedBefore; ///< Counts of earlier connections.
     const std::uint64_t framesDroppedBefore;
 
     // Used by the thread alone.
@@ -86,17 +86,17 @@ private:
     std::optional<Retrial> retrial; ///< Of the message that was handed over last.
     Stage stage = Stage::none;
     RequestQueue::Bytes message; ///< The one in progress.
-    Clock::time_point
-        stageEnd{};          ///< When an abandoned message is forgotten, or a resting one goes on.
-    bool muted = false;      ///< The endpoint would not report that it gives up once more.
-    bool startHeard = false; ///< The endpoint has got the first frame of some message.
-    Clock::time_point now{}; ///< Of this pass.
-    Clock::time_point linkPause{}; ///< A full queue of the interface is tried again then.
+    /// When an abandoned message is dropped, or a resting one is handed over again.
+    Clock::time_point stageEnd{};
+    bool muted = false;            ///< The endpoint would not report another failure.
+    bool startHeard = false;       ///< The endpoint has received the start of a message.
+    Clock::time_point now{};       ///< Of this pass.
+    Clock::time_point linkPause{}; ///< No send before: the interface's queue was full.
     Gathering gathering;
-    Clock::time_point gatherEnd{}; ///< Nothing is taken from the link before.
-    bool linkBlocked = false;      ///< The link is waited for.
+    Clock::time_point gatherEnd{}; ///< Nothing is read from the link before.
+    bool linkBlocked = false;      ///< Wait until the link is writable.
     std::vector<Frame> fromBus;
 
     std::atomic<bool> stopping{false};
-    std::thread thread; ///< Last: it uses all above.
+    std::thread thread; ///< Last, because it uses all members above.
 };

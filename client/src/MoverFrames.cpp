@@ -8,7 +8,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto queuePause = 500us; ///< About four frames of a bus of 1 Mbit/s.
+constexpr auto queuePause = 500us; ///< About four frames at 1 Mbit/s.
 constexpr std::size_t framesAtOnce = 64;
 
 } // namespace
@@ -78,13 +78,13 @@ bool Mover::takeFromBus()
         }
     }
     gathering.onTaken(now);
-    // Answers to an own message are due at once, and they come the same way.
+    // While an own message is being sent, its answers must be read at once.
     gatherEnd = stage == Stage::none ? now + gathering.pause() : now;
     return good;
 }
 
-/// The rest of a burst that an earlier endpoint had started to receive is left out: a refusal of each of its
-/// frames would use up all attempts of the peer at once.
+/// Drops the rest of a burst that an earlier endpoint had started to receive: refusing each frame would use
+/// up all attempts of the peer at once.
 bool Mover::isForEndpoint(const Frame& frame)
 {
     startHeard = startHeard || CANTransportFrame::startsMessage(frame.data);
@@ -100,8 +100,8 @@ void Mover::countGate()
     around.tally.framesDropped = framesDroppedBefore + counters.ownRefusals + counters.ownFrames;
 }
 
-/// What the endpoint has delivered is acknowledged, as far as the bus takes it at once, and what it has
-/// reported last is not lost.
+/// Sends the last acknowledgements, as far as the bus takes them at once, and handles the last reports of
+/// the endpoint.
 void Mover::sendLastAnswers()
 {
     const auto isAnswer = [](const Frame& frame) {
@@ -115,6 +115,6 @@ void Mover::sendLastAnswers()
             gate.left(now);
             frame = gate.next(now);
         }
-        more = !gate.full() && (more || port->hasUnreadOutput()); // a full one: the bus takes none
+        more = !gate.full() && (more || port->hasUnreadOutput()); // full: the bus takes no frames
     }
 }

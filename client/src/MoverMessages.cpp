@@ -2,13 +2,13 @@
 
 #include <utility>
 
-// What becomes of the message that the queue has handed over, and of those that the endpoint has received.
+// The outcome of the message that the queue has handed over, and the messages that the endpoint received.
 
 namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto abandonedTime = 1s; ///< For the outcome of a message that nobody waits for.
+constexpr auto abandonedTime = 1s; ///< The longest wait for the outcome of a withdrawn message.
 
 } // namespace
 
@@ -61,7 +61,7 @@ bool Mover::onGiveUp()
 void Mover::endStage(RequestQueue::Result result)
 {
     if (std::exchange(stage, Stage::none) != Stage::none) {
-        around.queue.finish(result); // nobody hears of an abandoned one
+        around.queue.finish(result); // reports nothing for an abandoned message
     }
 }
 
@@ -75,7 +75,7 @@ void Mover::report(CANTransportClient::StatusChange change, bool peerAnswers)
     if (around.options.statusHandler) {
         try {
             around.options.statusHandler(heard->status, heard->value);
-        } catch (...) { // of the program: it must not end the connection
+        } catch (...) { // from the program's handler: it must not end the connection
         }
     }
 }
@@ -91,9 +91,9 @@ void Mover::takeMessages()
     }
 }
 
-/// The endpoint keeps a message that was withdrawn until its outcome is known, for a second at most: a late
-/// answer would end the next one. A peer that has not answered by then loses a fresh endpoint nothing, and
-/// its clear() could wait for a burst that only this thread takes.
+/// The endpoint keeps a withdrawn message until its outcome is known, for a second at most: a late answer
+/// would end the next message. After that second a fresh endpoint replaces it, which costs nothing, as the
+/// peer does not answer. clear() would not do: it could wait for a burst that only this thread takes.
 void Mover::abandonWithdrawn()
 {
     if (stage == Stage::none || !(stopping || around.queue.isWithdrawn())) {

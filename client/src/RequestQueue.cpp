@@ -7,7 +7,7 @@ namespace {
 
 constexpr std::size_t mostChanges = 64;
 
-/// A longer time may not fit the clock.
+/// A longer time could overflow the clock.
 constexpr std::chrono::hours longest{24 * 365};
 
 CANTransportClient::Clock::time_point after(std::chrono::milliseconds time)
@@ -25,9 +25,9 @@ void checkSize(std::size_t size)
 
 } // namespace
 
-/// A message that is to be sent: of a caller in send(), on whose stack it is, or of submit().
+/// A message to be sent. A request of send() is on the caller's stack; `submitted` owns those of submit().
 struct RequestQueue::Request {
-    const Bytes& message; ///< Of send(); of submit(): `copy`.
+    const Bytes& message; ///< The caller's bytes; from submit(): `copy`.
     Clock::time_point deadline;
     Ticket ticket = 0; ///< 0: a caller waits for `ended`.
     Bytes copy{};
@@ -46,7 +46,7 @@ struct RequestQueue::Request {
     Request& operator=(const Request&) = delete;
 };
 
-/// A thread in send() or receive(): the destructor of the client waits for it to leave. Constructed and
+/// A thread in send() or receive(). The client's destructor waits until it has left. Constructed and
 /// destroyed under the mutex.
 class RequestQueue::Caller {
 public:
@@ -88,7 +88,7 @@ RequestQueue::Result RequestQueue::send(const Bytes& message, Clock::time_point 
         return Result::busLost;
     }
     const Caller caller(*this);
-    // Also when the thread is cancelled while it waits: nothing may keep a request of a stack that is gone.
+    // Needed also when the thread is cancelled while it waits: no pointer to this request may stay.
     struct Withdrawal {
         RequestQueue& queue;
         Request& request;
@@ -299,7 +299,7 @@ RequestQueue::Clock::time_point RequestQueue::expire(Clock::time_point now)
     const Lock lock(mutex);
     auto nearest = Clock::time_point::max();
     for (auto place = submitted.begin(); place != submitted.end();) {
-        Request& request = (place++)->second; // a request that ends leaves the map
+        Request& request = (place++)->second; // withdraw() erases it
         if (request.deadline <= now) {
             withdraw(request, Result::expired);
         } else {
@@ -310,7 +310,7 @@ RequestQueue::Clock::time_point RequestQueue::expire(Clock::time_point now)
     return nearest;
 }
 
-/// Ends a request that is neither waiting nor handed over any more.
+/// Ends a request that is no longer in `waiting` or `handedOver`.
 void RequestQueue::end(Request& request, Result result)
 {
     ++(result == Result::acknowledged ? tally.messagesSent : tally.messagesFailed);

@@ -11,8 +11,8 @@
 #include <mutex>
 #include <optional>
 
-/// What callers wait for: their messages on the way out, received messages, outcomes and status changes.
-/// Any thread; its mutex is never held while a function of the program runs.
+/// Messages to be sent, received messages, outcomes and status changes, between callers and the mover.
+/// Any thread. The mutex is never held while a function of the program runs.
 class RequestQueue {
 public:
     using Bytes = CANTransportClient::Bytes;
@@ -28,7 +28,7 @@ public:
     RequestQueue(const RequestQueue&) = delete;
     RequestQueue& operator=(const RequestQueue&) = delete;
 
-    // For callers: as CANTransportClient has them.
+    // For callers, as in CANTransportClient.
     Result send(const Bytes& message, Clock::time_point deadline);
     std::optional<Ticket> submit(Bytes&& message, Clock::time_point deadline);
     std::optional<Message> receive(std::chrono::milliseconds timeout);
@@ -37,23 +37,23 @@ public:
     /// Ends all requests.
     void endAll(Result result);
 
-    // For those who open and close the bus.
+    // For code that opens and closes the bus.
     void open();
     void lose();
-    /// Nobody enters any more: all requests end, and all callers leave.
+    /// Ends all requests and waits until all callers have left. Later calls return at once.
     void close();
 
     // For the mover.
-    /// Hands over the message that is to be sent next: a copy of its bytes, and its deadline.
+    /// Hands over the next message: a copy of its bytes, and its deadline. @return false if there is none.
     bool handOver(Bytes& message, Clock::time_point& deadline);
-    /// @return whether nobody waits any more for the message that was handed over.
+    /// @return whether the message that was handed over has been withdrawn.
     bool isWithdrawn();
-    /// The outcome of the message that was handed over.
+    /// Sets the outcome of the message that was handed over.
     void finish(Result result);
     bool hasRoom();
     void deliver(Message message);
     void report(CANTransportClient::StatusChange change);
-    /// Ends submitted requests that are due. @return when the next one is.
+    /// Ends submitted requests whose deadline has passed. @return the next deadline.
     Clock::time_point expire(Clock::time_point now);
 
 private:
@@ -73,22 +73,22 @@ private:
     const std::chrono::milliseconds patience;
     const Wakeup& wakeup;
     Tally& tally;
-    const Wakeup readiness; ///< Of next(), for the program's event loop.
+    const Wakeup readiness; ///< Set while next() has an event.
 
     std::mutex mutex; // guards all below
     Bus state = Bus::lost;
     std::deque<Request*> waiting;
     Request* handedOver = nullptr;
-    bool withdrawn = false; ///< The endpoint has a message that nobody waits for.
+    bool withdrawn = false; ///< The message that was handed over has been withdrawn.
     std::map<Ticket, Request> submitted;
     Ticket lastTicket = 0;
     std::deque<Message> received;
-    std::condition_variable arrived; ///< A message, or the end.
+    std::condition_variable arrived; ///< A message has arrived, or the bus is lost or closed.
     std::deque<CANTransportClient::Outcome> outcomes;
     std::deque<CANTransportClient::StatusChange> changes;
     bool lossUnread = false;
     bool hasEventLoop = false; ///< descriptor() was called.
     bool ready = false;        ///< `readiness` is set.
-    unsigned int callers = 0;  ///< In send() or receive().
+    unsigned int callers = 0;  ///< Threads in send() or receive().
     std::condition_variable left;
 };

@@ -4,7 +4,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/// A reception of the peer has ended by then.
+/// By then, a reception of the peer has ended.
 constexpr auto pause = 1050ms;
 constexpr int mostRetries = 3;
 

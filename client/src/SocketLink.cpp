@@ -15,14 +15,15 @@
 
 namespace {
 
-/// Few frames of a burst shall be beyond reach when the peer refuses it; the kernel takes its own minimum.
+/// When the peer refuses a burst, few frames should be out of the gate's reach. The kernel raises the size to
+/// its minimum.
 void makeSendBufferSmall(const Descriptor& socket)
 {
     const int bytes = 1;
     setsockopt(socket.get(), SOL_SOCKET, SO_SNDBUF, &bytes, sizeof bytes);
 }
 
-/// The record of a frame, where it is written.
+/// The record of a frame.
 struct Record {
     explicit Record(const Link::Frame& frame) : size(TraceRecord::frameSize(frame.len))
     {
@@ -104,7 +105,7 @@ void SocketLink::add(const TraceRecord::View& record, std::vector<Frame>& frames
 
 void SocketLink::countUnusable() const { ++tally.recordsUnusable; }
 
-/// An empty packet looks like the end, also when others follow it.
+/// A read of an empty packet looks like the end of the input, even if other packets follow.
 bool SocketLink::hasEnded() const
 {
     pollfd look{socket.get(), POLLRDHUP, 0};
@@ -124,7 +125,7 @@ Link::Sent SocketLink::send(const Frame& frame)
     case ENOBUFS:
         return Sent::wouldBlock;
     case EPIPE:
-    case ECONNRESET: // what was sent before still waits to be received; then comes the end
+    case ECONNRESET: // frames of the peer may still wait; after them, receive() finds the end
         return Sent::done;
     default:
         return Sent::lost;
@@ -147,7 +148,7 @@ bool PacketLink::receive(std::vector<Frame>& frames, std::size_t most)
         const auto wanted = static_cast<unsigned int>(std::min(batch, most - taken));
         const int count = recvmmsg(socket.get(), packets, wanted, MSG_DONTWAIT, nullptr);
         if (count == -1) {
-            // After a reset packets may still wait.
+            // After a reset, packets may still wait.
             return errno == EAGAIN || errno == EINTR || errno == ECONNRESET;
         }
         bool emptyPacket = false;
@@ -197,7 +198,7 @@ void StreamLink::parse(std::vector<Frame>& frames)
         while (records.getNextRecord(record)) {
             add(record, frames);
         }
-    } catch (const VelkException&) { // bytes that are no record
+    } catch (const VelkException&) { // bytes that are not a record
         countUnusable();
     }
 }

@@ -10,13 +10,13 @@
 class SocketLink : public Link {
 public:
     int descriptor() const override { return socket.get(); }
-    /// A Unix socket takes so small a record whole or not at all.
+    /// A Unix socket takes such a small record completely or not at all.
     Sent send(const Frame& frame) override;
 
 protected:
     SocketLink(Descriptor connected, Tally& counters);
 
-    /// Adds the frame in the record to `frames`; counts a record that holds none.
+    /// Appends the frame in the record to `frames`; counts a record without a usable frame.
     void add(const TraceRecord::View& record, std::vector<Frame>& frames) const;
     void countUnusable() const;
     bool hasEnded() const;
@@ -27,7 +27,7 @@ private:
     Tally& tally;
 };
 
-/// The socket of a bus, which takes a record in each packet.
+/// The socket of a bus: each packet is one record.
 class PacketLink : public SocketLink {
 public:
     PacketLink(Descriptor connected, Tally& counters) : SocketLink(std::move(connected), counters)
@@ -54,6 +54,6 @@ private:
     TraceMessageBuffer records;
 };
 
-/// @return a link to the bus or the proxy whose socket is at that path.
-/// @throws VelkException if there is none, or if it does not accept within a second.
+/// @return a link to the bus or the proxy whose socket is at `path`.
+/// @throws VelkException if there is no socket, or if it does not accept within a second.
 std::unique_ptr<Link> connectTo(const std::string& path, Tally& tally);

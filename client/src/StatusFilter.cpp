@@ -13,7 +13,7 @@ std::optional<StatusFilter::StatusChange> StatusFilter::filter(StatusChange chan
         return change;
     case CANTransportThread::CTT_DISCONNECTED:
     case CANTransportThread::CTT_SEND_TIMEOUT:
-        if (peerAnswers) { // it has refused the message, and has not gone
+        if (peerAnswers) { // it refused the message, but it is still there
             return std::nullopt;
         }
         switch (std::exchange(peer, Peer::silent)) {

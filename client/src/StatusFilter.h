@@ -4,20 +4,17 @@
 
 #include <optional>
 
-/// What the status handler hears: each change once, whatever becomes of endpoints and buses in between.
+/// Decides which status changes are reported: each change once, even if the endpoint or the bus was
+/// replaced in between.
 class StatusFilter {
 public:
     using StatusChange = CANTransportClient::StatusChange;
 
     /// @param change as the endpoint reports it. @param peerAnswers whether the peer was heard during the
     /// attempts of a message that was given up.
-    /// @return what the handler hears of it.
+    /// @return the change to report, if any.
     std::optional<StatusChange> filter(StatusChange change, bool peerAnswers);
 
 private:
-    enum class Peer {
-        unknown,
-        connected,
-        silent
-    } peer = Peer::unknown; ///< As the handler knows it.
+    enum class Peer { unknown, connected, silent } peer = Peer::unknown; ///< As last reported.
 };

@@ -5,7 +5,7 @@
 #include <atomic>
 #include <cstdint>
 
-/// The counters of a client; each has one writer at a time, and any thread may read.
+/// The counters of a client. Each has one writer at a time; any thread may read them.
 struct Tally {
     using Count = std::atomic<std::uint64_t>;
 

@@ -9,8 +9,8 @@
 
 #include <sys/eventfd.h>
 
-/// A descriptor that is readable from set() to clear(). Neither is a cancellation point: both are called in
-/// the middle of changes that belong together.
+/// A descriptor that is readable from set() to clear(). Neither is a cancellation point: both are called
+/// in the middle of changes that must complete.
 class Wakeup {
 public:
     Wakeup() : event(aboveStandardStreams(Descriptor(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))))

@@ -15,15 +15,15 @@ class VELK_EXPORT CANSocket {
 public:
     enum class Result {
         done,
-        wouldBlock, ///< Nothing waits, or the socket's buffer is full: poll(2) says when to go on.
-        /// The queue of the interface is full. poll(2) does not see that: it calls the socket writable. Try
-        /// again after a pause.
+        wouldBlock, ///< No frame waits, or the socket's buffer is full: wait with poll(2).
+        /// The queue of the interface is full. poll(2) does not show this: it reports the socket as writable.
+        /// Try again after a pause.
         queueFull,
         down,  ///< The interface is down or gone.
         failed ///< Anything else: see error().
     };
 
-    /// How many frames the kernel holds for the interface before send() gives wouldBlock.
+    /// How many frames the kernel holds for the interface before send() returns wouldBlock.
     enum class SendBuffer { smallest, standard };
 
     /// @param accepted filters as CAN_RAW_FILTER takes them; none: all data frames.
@@ -37,12 +37,12 @@ public:
     int descriptor() const { return socket.get(); }
     const std::string& name() const { return interface; }
     Result send(const can_frame& frame);
-    /// Adds the frames that wait, at most `most` of them.
-    /// @return done when `most` were there, otherwise why there were no more.
+    /// Appends the waiting frames, at most `most` of them.
+    /// @return done if `most` frames were read, otherwise why there were fewer.
     Result receive(std::vector<can_frame>& frames, std::size_t most);
-    /// @return the errno value of the last call that gave `down` or `failed`.
+    /// @return the errno value of the last call that returned `down` or `failed`.
     int error() const { return lastError; }
-    /// @return how many frames the kernel had no room for, as far as received frames tell.
+    /// @return how many frames the kernel had no room for. It reports them with later frames only.
     std::uint64_t missed() const { return drops; }
 
 private:
