@@ -29,36 +29,36 @@ class LogLine;
 ///
 /// Calling order: the constructor; setConnection(), setSendCANid(), setDelegate() and setDebugLevel() in
 /// any order; open(), once; Thread::start(). From then on the client writes serialised trace messages to
-/// one descriptor: its own requests to send (`CANTransportTraceMessage`) and the frames that come from
-/// the bus (`CANExtTraceMessage`). It reads received messages (`CANTransportTraceMessage`) from the
-/// other. Frames for the bus go to the descriptor of setConnection(), one `CANExtTraceMessage` and one
-/// write(2) each. At the end: Thread::stop(), then the destructor.
+/// one descriptor: its requests to send (`CANTransportTraceMessage`) and the frames from the bus
+/// (`CANExtTraceMessage`). It reads received messages (`CANTransportTraceMessage`) from the other. Frames
+/// for the bus go to the descriptor of setConnection(), each as one `CANExtTraceMessage` in one write(2).
+/// At the end: Thread::stop(), then the destructor.
 ///
 /// The bus format has neither message numbers nor a checksum. Delivery is at least once: if an
 /// acknowledgement is lost, the message arrives twice. An acknowledgement that arrives late or twice can
 /// end a later message than its own. Frames of any CAN id count as the peer's, so pass only the peer's.
 ///
-/// One timer serves both directions. A message of several frames has 1 s, counted from the endpoint's
-/// ready answer to its first frame. A message of its own that the endpoint is sending sets the timer anew
-/// in that time: to 1 s with its burst and with each retry, to 10 ms with its acknowledgement.
+/// One timer serves both directions. A message of several frames must arrive within 1 s of the endpoint's
+/// ready answer to its first frame. Sending an own message in that time changes the timer: to 1 s with its
+/// burst and with each retry, to 10 ms with its acknowledgement.
 ///
-/// The log goes to std::cout and std::cerr, or to the function of setLogSink(). Each line is written under
-/// LogUtil::logMutex, except for the bytes of an unknown record; a client that prints at the same time
-/// takes that mutex. The settings of the two streams do not change the lines, and a line that cannot be
-/// written is lost; a stream that is not good() gets none. A stdout that blocks blocks the endpoint.
+/// The log goes to std::cout and std::cerr, or to the function of setLogSink(). Each line for the streams is
+/// written under LogUtil::logMutex, except for the bytes of an unknown record; a client that prints at the
+/// same time takes that mutex. The settings of the two streams do not change the lines. A line that cannot
+/// be written is lost; a stream that is not good() gets none. A stdout that blocks blocks the endpoint.
 ///
-/// The input descriptor has one writer at a time: a record of more than `PIPE_BUF` (4096) bytes is not
-/// written atomically, so a client that writes from several threads serialises them. The delegate must
-/// not write to it: it runs on the only thread that reads it, and a full pipe would block the endpoint
-/// and stop() forever. It wakes another thread that writes. The endpoint skips a request whose record
-/// announces more than 1 MiB, with one line in the log.
+/// Only one thread at a time may write to the input descriptor: a record of more than `PIPE_BUF` (4096)
+/// bytes is not written atomically. The delegate must not write to it: it runs on the only thread that reads
+/// the pipe, and a full pipe would block the endpoint and stop() forever. Let the delegate wake another
+/// thread, and write there. The endpoint skips a request whose record announces more than 1 MiB, with one
+/// line in the log.
 ///
-/// A stop() that ends the thread while it waits for a client that does not read can leave the last
-/// record on the output incomplete, if that record is longer than `PIPE_BUF`. Before a start() that
-/// follows such a stop, the client reads what is there and drops an incomplete end.
+/// If stop() ends the thread while it waits for a client that does not read, the last record on the output
+/// can stay incomplete, if it is longer than `PIPE_BUF`. Before the next start(), the client has to read all
+/// output and drop an incomplete end.
 class VELK_EXPORT CANTransportThread : public Thread {
 public:
-    /// What the delegate hears. In brackets: its second argument.
+    /// Status changes that the delegate receives. In brackets: its second argument.
     enum statuschange_t : int {
         CTT_CONNECTED = 0,       ///< The peer has been heard, for the first time or again. (0)
         CTT_DISCONNECTED = 1,    ///< All messages were given up; the peer had been heard. (0)
@@ -74,7 +74,7 @@ public:
         RCTS_IDLE = 0,
         RCTS_SENDING = 1,     ///< The front message of the send queue is in progress.
         RCTS_RECEIVING = 2,   ///< A message of several frames is being received.
-        RCTS_WAIT_FOR_FC = 4, ///< A flow-control frame is awaited.
+        RCTS_WAIT_FOR_FC = 4, ///< The sender waits for a flow-control frame.
     };
 
     // The grammar of frames, under the names of this class.
@@ -107,8 +107,8 @@ public:
     /// Creates no descriptor and no thread. @param level see setDebugLevel().
     explicit CANTransportThread(int level = 0);
     /// Closes the four pipe ends, also the two that the client uses, and drops all messages. Does not
-    /// close the descriptor of setConnection(). The thread has to be stopped before: a running one is
-    /// the client's error, asserted in debug builds.
+    /// close the descriptor of setConnection(). Call stop() before: destroying a running object is the
+    /// client's error, asserted in debug builds.
     ~CANTransportThread() override;
 
     /// Sets the descriptor that frames are written to; 0 until then. Not owned. May be a pipe or a
@@ -118,62 +118,61 @@ public:
     /// Sets the CAN id of every frame sent, 0 until then; its low 11 bits go to the bus. Before
     /// start() only.
     void setSendCANid(unsigned short canID);
-    /// Keeps a copy of the function that hears of status changes; an empty one ends the reports. Before
+    /// Copies the function that is called at each status change; an empty one disables the reports. Before
     /// start() only.
     ///
     /// It is called on the transport thread with no lock held, and the endpoint waits until it returns.
     /// It may call clear(), sendQueueEmpty() and setDebugLevel(). It must not call stop() or the
-    /// destructor, nor write to the input descriptor. What it throws is logged and goes no further.
+    /// destructor, nor write to the input descriptor. An exception from it is logged and ignored.
     void setDelegate(std::function<void(statuschange_t, unsigned short)>& function);
     /// 0: information and errors only; 1: the flow of events; 2: also each received frame and each
     /// setting of the timer; 3: also the single steps of a wakeup. From any thread, at any time, also from
     /// the delegate; does not block.
     void setDebugLevel(int level);
 
-    /// Gives all log lines of this object to a function in place of the two streams; an empty one gives
-    /// them back. Before open() and start() only.
+    /// Sends all log lines of this object to a function instead of the two streams; an empty one restores
+    /// the streams. Before open() and start() only.
     ///
-    /// It is called on the transport thread and on threads in clear(), open() and the destructor, so
-    /// possibly at the same time, and with a lock of the endpoint held: it must not call the endpoint, nor
-    /// make the thread cancellable (CancellableScope). The endpoint waits until it returns. What it throws
-    /// is dropped.
+    /// It is called on the transport thread and on threads in clear(), open() and the destructor, possibly
+    /// at the same time, and with a lock of the endpoint held: it must not call the endpoint, nor make the
+    /// thread cancellable (CancellableScope). The endpoint waits until it returns. An exception from it is
+    /// dropped.
     void setLogSink(LogUtil::Sink function);
 
     /// Creates the pipes and returns the client's two ends, as getFileDescriptors() does. Once, before
-    /// start(). All four ends are closed in a child process that runs another program, and none is
-    /// descriptor 0, 1 or 2.
+    /// start(). All four ends are close-on-exec, and none is descriptor 0, 1 or 2.
     /// @throws VelkException if a pipe cannot be created; the reason is in the log. The object can then
-    /// only be destroyed, which frees what had been created. A second call throws too, and changes
-    /// nothing.
+    /// only be destroyed, which closes what was created. A second call throws too, and changes nothing.
     void open(int& readDescriptor, int& writeDescriptor);
     /// Returns the end where the client reads received messages and the end where it writes requests and
     /// frames; -1 before open(). Both block, stay owned by the object and must not be closed by the
-    /// client: if the write end is, the endpoint logs one line and takes no input any more. From any
+    /// client: if the write end is closed, the endpoint logs one line and takes no more input. From any
     /// thread once open() has returned.
     void getFileDescriptors(int& readDescriptor, int& writeDescriptor) const;
 
     /// Drops the messages that wait to be sent. With `includeCurrent` also the one in progress, whose
     /// outcome then stays unknown: the peer may have it. Between two attempts no message is in progress.
-    /// Dropped messages are not reported; requests that the endpoint has not handled yet are not
-    /// dropped. From any thread, also from the delegate. Blocks while frames of a message are written, so
-    /// as long as a proxy does not read them.
+    /// Dropped messages are not reported. Requests that the endpoint has not handled yet are not dropped.
+    /// From any thread, also from the delegate. Blocks while frames of a message are written, possibly
+    /// until the proxy reads them.
     /// @throws std::bad_alloc from its log line, after the messages were dropped.
     void clear(bool includeCurrent);
-    /// @return true if no message is queued or in progress and nothing waits in the input pipe, frames of
-    /// the bus included. What the endpoint has read and not yet handled, at most 64 KiB and an incomplete
-    /// record, is not seen.
-    /// False before open(). From any thread, also from the delegate. Blocks as clear() does.
+    /// @return true if no message is queued or in progress and the input pipe holds no bytes, neither
+    /// requests nor frames. Bytes that the endpoint has read and not yet handled, at most 64 KiB and an
+    /// incomplete record, are not seen. False before open().
+    ///
+    /// From any thread, also from the delegate. Blocks as clear() does.
     /// @throws std::bad_alloc
     bool sendQueueEmpty();
 
-private: // Part of the binary interface all the same: size and layout belong to the ABI number.
+private: // Still part of the binary interface: a change of size or layout needs a new ABI number.
     friend struct CANTransportThreadAccess; ///< The tests use it.
 
     enum expectedframe_t : int { EXPECT_FIRST_OR_SINGLE = 0, EXPECT_CONSECUTIVE = 1 };
     using Frames = std::vector<TPCANMsg>;
     static const Frames::iterator MSGPART_INVALID;
 
-    // src/loop: the object, the main loop, the boundary of trace messages, the way in, the expiry
+    // src/loop: the object, the main loop, the input of trace messages, the way in, the expiry
     [[noreturn]] void throwOpenError(const char* text, int error) const;
     void threadCode() override;
     void pass(DescriptorSet& input);
@@ -254,7 +253,7 @@ private: // Part of the binary interface all the same: size and layout belong to
     std::deque<std::unique_ptr<Frames>> sendQueue VELK_GUARDED_BY(queueMutex);
     std::vector<unsigned char> receiveBuffer;   // [transport thread]
     Frames::iterator msgPart = MSGPART_INVALID; // [transport thread]
-    /// A refusal has emptied the running reception: its bytes are counted, but not kept.
+    /// A frame of the reception was refused: its bytes are counted, but not kept.
     bool receptionSpoiled = false; // [transport thread]
     bool openCalled = false;       // [constant]
 };

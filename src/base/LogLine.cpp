@@ -44,7 +44,7 @@ LogLine::~LogLine()
     if (sink) {
         try {
             sink(level, text->str());
-        } catch (...) { // of the client's function, or no memory: the line is lost
+        } catch (...) { // from the client's function, or no memory: the line is lost
         }
     } else if (!ended) {
         *stream << '\n';
@@ -102,7 +102,7 @@ void CANTransportThread::logSystemError(const char* operation, const char* text,
     line.explain(error);
 }
 
-/// The bytes of a record that nothing else is known of.
+/// Writes the bytes of a record with an unknown id.
 void CANTransportThread::logBytes(const std::vector<unsigned char>& bytes) const
 {
     const unsigned char* const begin = bytes.data();

@@ -10,9 +10,9 @@
 #include <ostream>
 #include <sstream>
 
-/// One line of the log, from its tag to the newline and the flush; or what the sink gets, if there is
-/// one. Without a sink it holds LogUtil::logMutex while it lives, so it has to end with its statement. A
-/// stop does not cut it, and neither a stream nor a sink that fails or throws disturbs the protocol.
+/// One line of the log: for a stream with its tag, newline and flush, or the text for the sink. Without a
+/// sink it holds LogUtil::logMutex while it lives, so it must not outlive its statement. A stop does not cut
+/// it. A stream or sink that fails or throws does not affect the protocol.
 class LogLine {
 public:
     LogLine(const LogUtil::Sink& lineSink, LogUtil::Level lineLevel, std::ostream& destination,
@@ -31,7 +31,7 @@ public:
         out() << manipulator;
         return *this;
     }
-    /// Adds the text of an errno value: on a line of its own on std::cerr, on the same one for a sink.
+    /// Adds the text of an errno value: on a new line on std::cerr, or on the same line for a sink.
     void explain(int error);
 
     std::ostream& out();

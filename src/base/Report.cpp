@@ -5,8 +5,8 @@
 
 #include <exception>
 
-/// Every status change leaves here: its line, then the call. No lock is held across the call, and what
-/// the client's function throws does not reach the protocol.
+/// Every status change is reported here: the log line first, then the call. No lock is held during the call,
+/// and an exception from the client's function does not reach the protocol.
 void CANTransportThread::report(const char* operation, statuschange_t status, unsigned short value)
 {
     if (!delegate) {
@@ -18,9 +18,9 @@ void CANTransportThread::report(const char* operation, statuschange_t status, un
     try {
         delegate(status, value);
     } catch (const ThreadCancellation&) {
-        throw; // the end of the thread is no exception
+        throw; // the thread ends: this is not an error
     } catch (const std::exception& error) {
-        const char* text = error.what(); // client code too, so not under the log's mutex
+        const char* text = error.what(); // also client code, so not under the log mutex
         clientErrorLine(operation) << "exception from the delegate: " << text;
     } catch (...) {
         clientErrorLine(operation) << "exception from the delegate: not a std::exception";

@@ -3,7 +3,7 @@
 
 #include "LogLine.h"
 
-/// The one way to set the timer. Reception and sending share it: each value replaces the one before.
+/// The only place that sets the timer. Reception and sending share it: each value replaces the last.
 void CANTransportThread::setSelectTimeout(int seconds, int milliseconds)
 {
     selectTimeout.tv_sec = seconds;

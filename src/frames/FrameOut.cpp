@@ -6,8 +6,8 @@
 
 #include <unistd.h>
 
-/// The one way out to the bus; callers are in a CancellableScope. A frame that could not be written is
-/// lost: only a timeout, here or at the peer, recovers from that.
+/// The one way out to the bus; callers are in a CancellableScope. A frame that could not be written is lost.
+/// Only a timeout, here or at the peer, recovers from that.
 void CANTransportThread::sendCANMessage(TPCANMsg& frame)
 {
     constexpr std::uint32_t standardIdMask = 0x7FF;

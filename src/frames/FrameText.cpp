@@ -6,7 +6,7 @@
 
 std::ostream& operator<<(std::ostream& stream, const CANTransportThread::TPCANMsg& frame)
 {
-    // Text of its own, so that no setting of the stream can change it.
+    // Formatted without the stream, so that no setting of it can change the text.
     char text[64];
     int end = std::snprintf(text, sizeof text, " 0x%08x %x", frame.canID, frame.len);
     const std::size_t count = std::min<std::size_t>(frame.len, sizeof frame.data);

@@ -2,7 +2,7 @@
 
 #include "LogLine.h"
 
-/// The one timer has run out; it serves both directions.
+/// The timer has expired; it serves both directions.
 void CANTransportThread::handleTimeout()
 {
     if (debugLevel != 0) {

@@ -2,11 +2,11 @@
 
 #include <cassert>
 
-/// What holds between two events, checked after each one in debug builds.
+/// What must hold between two events. Checked after each event in debug builds.
 void CANTransportThread::checkInvariants()
 {
 #ifndef NDEBUG
-    const MutexLock lock(queueMutex); // no clear() between two looks
+    const MutexLock lock(queueMutex); // no clear() between the checks
     const int flags = state;
     assert((flags & ~(RCTS_SENDING | RCTS_RECEIVING | RCTS_WAIT_FOR_FC)) == 0);
     if ((flags & RCTS_WAIT_FOR_FC) != 0) {

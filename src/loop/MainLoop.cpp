@@ -11,10 +11,10 @@ void CANTransportThread::threadCode()
 {
     infoLine("threadCode") << "Start CANTransportThread";
     DescriptorSet input(inputPipe[0]);
-    if (idle()) { // otherwise the timer that a stop or an exception interrupted runs again
+    if (idle()) { // otherwise the timer continues that a stop or an exception interrupted
         setTimer(Timing::atStart);
     }
-    if (!traceBuffer->empty()) { // what an earlier run left there would not wake select()
+    if (!traceBuffer->empty()) { // bytes that an earlier run has read do not wake select()
         handleData();
     }
     for (;;) {
@@ -23,14 +23,14 @@ void CANTransportThread::threadCode()
     }
 }
 
-/// One pass of the loop: a wait and what it brings.
+/// One pass of the loop: a wait, then the input or the expiry that ended it.
 void CANTransportThread::pass(DescriptorSet& input)
 {
     if (debugLevel != 0) {
         debugLine("threadCode") << "state = " << printState(state);
     }
     if (traceBuffer->atEnd()) {
-        input.empty(); // its end would wake each wait; the timer goes on
+        input.empty(); // the end of the input would wake every wait; only the timer still counts
     } else {
         input.fill();
     }
@@ -59,7 +59,7 @@ void CANTransportThread::pass(DescriptorSet& input)
 
 bool CANTransportThread::idle()
 {
-    const bool queueEmpty = noMessage(); // read first: no lock is held for the state
+    const bool queueEmpty = noMessage(); // before the state, which is read without the lock
     return state == RCTS_IDLE && queueEmpty;
 }
 
@@ -71,8 +71,8 @@ void CANTransportThread::stopTimer()
     setTimer(Timing::none);
 }
 
-/// At rest no expiry can end a reception that has lost its RCTS_RECEIVING; without this, first and single
-/// frames would be refused forever.
+/// At rest, no expiry can end a reception whose RCTS_RECEIVING flag was cleared. Without this function, first
+/// and single frames would be refused forever.
 void CANTransportThread::endReceptionWithoutTimer()
 {
     if (expectedFrame == EXPECT_CONSECUTIVE) {
@@ -84,7 +84,7 @@ void CANTransportThread::endReceptionWithoutTimer()
     }
 }
 
-/// With select(): the timer depends on the time left that it writes back, which pselect() does not.
+/// Uses select() because it writes back the time left, which the timer needs; pselect() does not.
 int CANTransportThread::waitForInput(DescriptorSet& input, timeval* timeout)
 {
     int ready = 0;

@@ -23,7 +23,7 @@ CANTransportThread::TPCANMsg toFrame(const CANTraceMessageBase& message)
 
 } // namespace
 
-/// Takes every complete message that has arrived and passes each to its operation.
+/// Passes every complete trace message that has arrived to its handler.
 void CANTransportThread::handleData()
 {
     const bool hadEnded = traceBuffer->atEnd();
@@ -67,7 +67,7 @@ void CANTransportThread::handleTraceMessage(const MessageBase& message)
     }
 }
 
-/// Frames come in hundreds, so only those that are logged become message objects.
+/// Frames arrive by the hundred, so they become message objects only if they are logged.
 void CANTransportThread::handleFramesAtHand()
 {
     TPCANMsg frame{};

@@ -5,8 +5,7 @@
 #include "LogLine.h"
 #include "Timing.h"
 
-/// The answer to the peer, and what it means for the reception. It takes effect also if the frame could
-/// not be written.
+/// Sends an answer to the peer and updates the reception, even if the frame could not be written.
 void CANTransportThread::sendFlowControl(int code)
 {
     using namespace CANTransportFrame;

@@ -30,7 +30,7 @@ void CANTransportThread::checkSingleFrame(TPCANMsg& frame)
     }
     startReception(static_cast<int>(length));
     addReceivedData(shortIdOf(frame), &frame.data[1], length);
-    setTimer(Timing::answerTimeout); // of a message that is being sent; without one, rest stops it
+    setTimer(Timing::answerTimeout); // for a message being sent; at rest, the loop stops the timer
 }
 
 void CANTransportThread::checkFirstFrame(TPCANMsg& frame)
@@ -75,7 +75,7 @@ void CANTransportThread::checkConsecutiveFrame(TPCANMsg& frame)
     addReceivedData(shortIdOf(frame), &frame.data[1], static_cast<unsigned int>(count));
 }
 
-/// Bytes that an ended reception left in the buffer must not precede the new message.
+/// Bytes left over from an earlier reception must not become part of the new message.
 void CANTransportThread::startReception(int length)
 {
     receiveBuffer.clear();
@@ -98,8 +98,8 @@ void CANTransportThread::addReceivedData(unsigned short canID, const unsigned ch
         return;
     }
     const ReceptionEnd end{*this};
-    // Only the tail of a spoiled message is left. The peer was refused when it was spoiled; a second
-    // refusal for the same attempt would count against its next one.
+    // A spoiled message ends without an answer: the peer was refused when it was spoiled. A second refusal
+    // of the same attempt would count against the peer's next one.
     if (!receptionSpoiled) {
         sendFlowControl(deliver(canID) ? CTP_FC_ACKNOWLEDGE : CTP_FC_NOT_ACKNOWLEDGE);
     }

@@ -2,8 +2,8 @@
 
 #include "velk/CANTransportThread.h"
 
-/// Resets reception at the end of a scope, also when a stop or an exception leaves it: the peer, left
-/// without an answer, then tries again with a first frame and is not refused.
+/// Resets the reception at the end of a scope, also when a stop or an exception leaves it. In that case the
+/// peer gets no answer and tries again from its first frame, which is then not refused.
 struct CANTransportThread::ReceptionEnd {
     CANTransportThread& endpoint;
 

@@ -31,8 +31,8 @@ void CANTransportThread::showError(TPCANMsg& frame)
     errorLine("showError") << "message: " << frame;
 }
 
-/// The answer to a frame that the phase does not allow. A running reception goes on without the bytes
-/// that it had: it only counts to its end.
+/// Answers a frame that is invalid or that the phase does not allow. A running reception loses its bytes and
+/// only counts to its end.
 void CANTransportThread::showErrorAndClearBuffer(TPCANMsg& frame)
 {
     showError(frame);
@@ -43,7 +43,7 @@ void CANTransportThread::showErrorAndClearBuffer(TPCANMsg& frame)
     receptionSpoiled = expectedFrame == EXPECT_CONSECUTIVE;
 }
 
-/// The answer to a message that cannot be completed: its reception ends.
+/// Answers a message that cannot be completed, and ends its reception.
 void CANTransportThread::refuseMessage()
 {
     const ReceptionEnd end{*this};

@@ -7,7 +7,7 @@
 
 #include <utility>
 
-/// The peer's answer decides what becomes of the message in progress.
+/// The peer's answer decides how the message in progress continues.
 void CANTransportThread::checkFlowControl(TPCANMsg& frame)
 {
     if (debugLevel >= 2) {
@@ -32,10 +32,10 @@ void CANTransportThread::checkFlowControl(TPCANMsg& frame)
         handleAcknowledge();
         break;
     }
-    // Another code is not one of the format: the wait has ended, the timer decides.
+    // An unknown code only ends the wait; the timer decides what follows.
 }
 
-/// The rest of the message goes out.
+/// Sends the rest of the message.
 void CANTransportThread::handleReady()
 {
     bool gone = false;
@@ -43,10 +43,10 @@ void CANTransportThread::handleReady()
     {
         const MutexLock lock(queueMutex);
         gone = sendQueue.empty();
-        // While a message is in progress, msgPart points into its frames or at their end.
+        // While a message is in progress, msgPart points to one of its frames or to their end.
         nothingLeft = !gone && msgPart == sendQueue.front()->end();
         if (nothingLeft) {
-            // Under the lock: after it a clear() could leave the flag set without a message.
+            // Under the lock: otherwise a clear() could leave the flag set without a message.
             state |= RCTS_WAIT_FOR_FC;
         }
     }
@@ -61,7 +61,7 @@ void CANTransportThread::handleReady()
     }
 }
 
-/// The attempt has failed. The pause gives the peer time to recover.
+/// Counts a failed attempt, after a pause that gives the peer time to recover.
 void CANTransportThread::handleRefusedMessage(flowcontrol_t code)
 {
     errorLine("checkFlowControl")
@@ -70,7 +70,7 @@ void CANTransportThread::handleRefusedMessage(flowcontrol_t code)
     handleSendError(true);
 }
 
-/// The message is finished, also if some of its frames have not been sent.
+/// Finishes the message, even if some of its frames have not been sent.
 void CANTransportThread::handleAcknowledge()
 {
     if (debugLevel >= 2) {
@@ -95,10 +95,10 @@ void CANTransportThread::handleAcknowledge()
     expectedFrame = EXPECT_FIRST_OR_SINGLE;
     sendRetry = 0;
     msgPart = MSGPART_INVALID;
-    setTimer(Timing::pauseAfterAcknowledgement); // last, as its line ends those of the message
+    setTimer(Timing::pauseAfterAcknowledgement); // last: its log line ends those of the message
 }
 
-/// A clear() on another thread came after the test of the wait flag.
+/// Another thread called clear() after the wait flag was tested.
 void CANTransportThread::logMessageCleared()
 {
     if (debugLevel != 0) {

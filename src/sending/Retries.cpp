@@ -3,7 +3,7 @@
 #include "LogLine.h"
 #include "Timing.h"
 
-/// Counts one failed attempt of the front message, which is sent again or given up.
+/// Counts a failed attempt of the front message, and sends it again or gives it up.
 void CANTransportThread::handleSendError(bool resend)
 {
     if (debugLevel != 0) {
@@ -28,7 +28,7 @@ void CANTransportThread::handleSendError(bool resend)
     setTimer(Timing::answerTimeout);
 }
 
-/// No timer runs afterwards that could end a running reception, so it ends here.
+/// Ends a reception too: afterwards no timer could end it.
 void CANTransportThread::disconnect()
 {
     connected = false;
@@ -38,7 +38,7 @@ void CANTransportThread::disconnect()
     reportOutage(CTT_DISCONNECTED);
 }
 
-/// One report stands for a whole outage, however many messages are given up in it.
+/// Reports each outage once, however many messages are given up in it.
 void CANTransportThread::reportOutage(statuschange_t status)
 {
     if (delegate && reportFailure) {

@@ -26,7 +26,7 @@ void fillFirstFrame(Frame& frame, const unsigned char* bytes, unsigned int lengt
     std::copy_n(bytes, firstFrameBytes, &frame.data[2]);
 }
 
-/// The frames after the first one; the rest of the last stays 0.
+/// Fills the frames after the first one; unused bytes of the last one stay 0.
 void fillConsecutiveFrames(Frame* frame, const unsigned char* bytes, unsigned int length)
 {
     constexpr unsigned int most = consecutiveFrameBytes;
@@ -34,7 +34,7 @@ void fillConsecutiveFrames(Frame* frame, const unsigned char* bytes, unsigned in
     unsigned int left = length - firstFrameBytes;
     for (bytes += firstFrameBytes; left > most; left -= most, bytes += most, ++frame) {
         frame->data[0] = firstByte(CTP_CONSECUTIVE_FRAME, sequenceNumber++);
-        std::memcpy(&frame->data[1], bytes, most); // of a known size: no call
+        std::memcpy(&frame->data[1], bytes, most); // of constant size: inlined
     }
     frame->data[0] = firstByte(CTP_CONSECUTIVE_FRAME, sequenceNumber);
     std::memcpy(&frame->data[1], bytes, left);
@@ -42,8 +42,8 @@ void fillConsecutiveFrames(Frame* frame, const unsigned char* bytes, unsigned in
 
 } // namespace
 
-/// Cuts a message of the client into frames and queues them. Sending starts at once if nothing else is
-/// in progress.
+/// Splits a message of the client into frames and queues them. Starts to send at once if nothing else is in
+/// progress.
 void CANTransportThread::prepareData(const unsigned char* bytes, unsigned int length)
 {
     if (length > MAX_MESSAGE_LENGTH) {

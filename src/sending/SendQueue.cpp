@@ -8,8 +8,8 @@
 
 const CANTransportThread::Frames::iterator CANTransportThread::MSGPART_INVALID{};
 
-/// An attempt that a stop or an exception breaks off starts again with the first frame, as nobody knows
-/// which frames have left. It waits until the second that the peer gives a reception has passed.
+/// If a stop or an exception interrupts an attempt, it starts again with the first frame, because it is
+/// unknown which frames have left. It first waits the second after which the peer's reception has ended.
 struct CANTransportThread::Attempt {
     CANTransportThread& endpoint;
     bool complete = false;
@@ -72,7 +72,7 @@ void CANTransportThread::clear(bool includeCurrent)
     {
         const MutexLock lock(queueMutex);
         if (sendQueue.empty()) {
-            // nothing changes, not even the state
+            // Nothing changes, not even the state.
         } else if (!includeCurrent && (state & RCTS_SENDING) != 0) {
             sendQueue.erase(sendQueue.begin() + 1, sendQueue.end());
         } else {
