@@ -3,8 +3,8 @@
 #include <cstdio>
 #include <string>
 
-/// Lower-case hexadecimal of at least `digits` digits. Text of its own, so that no format flag of a
-/// stream can change it.
+/// @return the value in lower-case hexadecimal, with at least `digits` digits. No format flag of a stream can
+/// change it.
 inline std::string hexText(unsigned long value, int digits)
 {
     char text[24];

@@ -13,7 +13,7 @@ std::mutex logMutex;
 
 std::string errorText(int error)
 {
-    // generic_category: another thread's strerror() cannot change the text.
+    // Not strerror(): a call on another thread could change its text.
     return "errno " + std::to_string(error) + ": " + std::generic_category().message(error);
 }
 

@@ -122,13 +122,13 @@ void Thread::runThreadCode()
             threadCode();
             return;
         } catch (const ThreadCancellation&) {
-            throw; // a stop, no exception
+            throw; // a stop, not an error
         } catch (const std::exception& error) {
             logException(error.what());
         } catch (...) {
             logException("not a std::exception");
         }
-        // A body that fails before its first blocking call can be stopped here.
+        // So that a stop can end a body that always fails before its first blocking call.
         const CancellableScope cancellable;
         millisleep(pauseAfterExceptionMs);
     }

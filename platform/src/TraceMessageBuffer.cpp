@@ -16,9 +16,9 @@ using TraceRecord::get;
 namespace {
 
 constexpr std::size_t readSize = 65536;
-constexpr std::size_t idleCapacity = 512; ///< Kept while nothing waits; more is given back.
+constexpr std::size_t idleCapacity = 512; ///< A larger buffer is freed while nothing waits.
 constexpr std::size_t decisiveSize = 8;   ///< Marker, id and length: enough to judge a header.
-/// Record of the longest message that the transport carries.
+/// Size of the record of the longest message that the transport carries.
 constexpr std::size_t longestSent =
     TraceRecord::transportSize(CANTransportTraceMessage::maxPayload);
 
@@ -76,7 +76,7 @@ int TraceMessageBuffer::read()
         const bool nothing = ended || error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
         return nothing ? 0 : -1;
     }
-    // No complete record waits, so what is kept before the new bytes is less than one.
+    // No complete record waits, so the bytes that are kept are less than one record.
     bytes.erase(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(first));
     first = 0;
     bytes.insert(bytes.end(), chunk, chunk + count);
@@ -133,7 +133,7 @@ bool TraceMessageBuffer::getNextFrame(std::uint32_t& canID, std::uint8_t& length
     }
     canID = frame.canID;
     length = frame.length;
-    if (length == classicDataLength) { // in one piece
+    if (length == classicDataLength) { // of constant size: faster
         std::copy_n(frame.data, classicDataLength, data);
     } else {
         std::fill(std::copy_n(frame.data, length, data), data + classicDataLength, '\0');
@@ -154,8 +154,8 @@ TraceRecord::View TraceMessageBuffer::viewOfFound() const
     return {get<msgid_t>(record + TraceRecord::idOffset), record, found};
 }
 
-/// Moves on to the next complete record, dropping what cannot be one. A record that was found complete
-/// when the one before it was judged is not judged again.
+/// Advances to the next complete record and drops bytes that cannot be a record. A record that was already
+/// judged complete together with the one before it is not judged again.
 bool TraceMessageBuffer::findRecord()
 {
     while (found == 0) {
@@ -188,7 +188,7 @@ void TraceMessageBuffer::startSkipping()
     skip();
 }
 
-/// Leaves out what has come of an oversized request.
+/// Skips the bytes of an oversized request that have arrived.
 void TraceMessageBuffer::skip()
 {
     const std::size_t count = std::min(toSkip, bytes.size() - first);
@@ -248,13 +248,13 @@ TraceMessageBuffer::Verdict TraceMessageBuffer::inspect(std::size_t position) co
     return bodyFitsId({id, record, length}) ? Verdict::complete : Verdict::garbage;
 }
 
-/// A record whose writer was cut off takes the start of the next one for its own end. What follows shows
-/// it: there is no header where the next record should start, but there is one inside whose record goes
-/// on beyond the end. (A record that lies wholly inside is a message's own content.)
-/// @param end of the record at `first`, where there is no header.
+/// Detects a record whose writer was cut off, so that the start of the next record fills it up. Its sign:
+/// there is no header where the next record should start, but there is one inside, and the record of that
+/// header extends beyond the end. (A record that lies completely inside is content of a message.)
+/// @param end end of the record at `first`, where there is no header.
 bool TraceMessageBuffer::swallowsARecord(std::size_t end) const
 {
-    // No sender writes a longer record, and the bound keeps nested headers from costing more and more.
+    // No sender writes a longer record, and the limit bounds the cost of nested headers.
     const std::size_t from = end - std::min(end - first - 1, longestSent);
     for (std::size_t position = from; position < end; ++position) {
         if (bytes[position] != TraceRecord::firstByte) {
@@ -291,11 +291,11 @@ void TraceMessageBuffer::consume(std::size_t count)
     first += count;
     if (first == bytes.size()) {
         first = 0;
-        bytes.clear(); // a record that was returned stays where it is
+        bytes.clear(); // keeps the memory: a view of the last record stays valid
     }
 }
 
-/// When no more input waits: a record that was returned before is not valid any more.
+/// Called when no more input waits. Views of earlier records become invalid.
 void TraceMessageBuffer::releaseMemory()
 {
     if (bytes.empty() && bytes.capacity() > idleCapacity) {

@@ -5,5 +5,5 @@
 
 #include <memory>
 
-/// @return the message that a complete record holds.
+/// @return the message in a complete record.
 std::unique_ptr<MessageBase> parseRecord(const TraceRecord::View& record);

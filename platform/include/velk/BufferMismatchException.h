@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <string>
 
-/// A trace message holds more bytes than the frame that is to take them.
+/// A trace message holds more data bytes than fit into a frame.
 class VELK_EXPORT BufferMismatchException : public std::runtime_error {
 public:
     explicit BufferMismatchException(const std::string& text);

@@ -3,11 +3,11 @@
 #include <cxxabi.h>
 #include <pthread.h>
 
-/// What unwinds the stack of a thread that Thread::stop() ends. Code that catches everything catches
-/// this first and throws it again.
+/// The exception that unwinds the stack of a thread when Thread::stop() ends it. Code with `catch (...)`
+/// must catch this first and rethrow it.
 using ThreadCancellation = abi::__forced_unwind;
 
-/// Gives the calling thread a cancel state while it lives.
+/// Sets the cancel state of the calling thread while it lives.
 template <int state> class CancelStateScope {
 public:
     CancelStateScope() { pthread_setcancelstate(state, &previous); }
@@ -21,10 +21,10 @@ private:
 
 /// While it lives, Thread::stop() may end the calling thread at a cancellation point.
 ///
-/// Stands around a call that may block for long, or around all frames of a burst. Everything outside
-/// of such a scope runs to its end: a stop that comes meanwhile waits for the next one. When a stop
-/// ends the thread, the stack is unwound, so destructors run and scoped locks are released.
+/// Encloses a call that may block for long, or all frames of a burst. Code outside of such a scope is never
+/// interrupted: a stop waits until the thread enters the next scope. When a stop ends the thread, the stack
+/// is unwound, so destructors run and scoped locks are released.
 using CancellableScope = CancelStateScope<PTHREAD_CANCEL_ENABLE>;
 
-/// The other way round, for what a stop must not cut although it may happen in such a scope.
+/// The opposite: protects code inside a CancellableScope that a stop must not interrupt.
 using UncancellableScope = CancelStateScope<PTHREAD_CANCEL_DISABLE>;

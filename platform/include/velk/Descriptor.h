@@ -25,7 +25,7 @@ public:
 
     /// @return the descriptor, -1 if there is none.
     int get() const { return fd; }
-    /// Gives the descriptor up without closing it. @return the descriptor, -1 if there was none.
+    /// Releases the descriptor without closing it. @return the descriptor, -1 if there was none.
     int release() { return std::exchange(fd, -1); }
     void reset()
     {
@@ -40,8 +40,8 @@ private:
 };
 
 /// @return a descriptor of the same open file that is not 0, 1 or 2: a host program that runs without its
-/// standard streams must not write its output there. A new one is close-on-exec; the argument has to be.
-/// None on failure, with errno set, or if the argument holds none.
+/// standard streams must not write its output there. A new one is close-on-exec; the argument has to be
+/// close-on-exec already. Empty on failure, with errno set, or if the argument is empty.
 inline Descriptor aboveStandardStreams(Descriptor descriptor)
 {
     constexpr int lowest = STDERR_FILENO + 1;

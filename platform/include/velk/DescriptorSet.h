@@ -8,8 +8,8 @@
 #include <sys/select.h>
 #include <sys/time.h>
 
-/// A set for select(2) that holds one descriptor of any number, or nothing. The kernel takes sets of any
-/// size; only the fixed fd_set ends at 1024.
+/// A set for select(2) that holds one descriptor of any number, or nothing. The kernel accepts sets of any
+/// size; only the fd_set type is limited to 1024.
 class DescriptorSet {
 public:
     explicit DescriptorSet(int fd)
@@ -22,13 +22,13 @@ public:
     void empty() { words[descriptor / bitsPerWord] = 0; }
     bool contains() const { return (words[descriptor / bitsPerWord] & bit()) != 0; }
 
-    /// Waits until the descriptor is readable or `left` is over; what is ready stays in the set. The
-    /// time not waited is written back to `left`, except when a cancellation ends the wait; null: without
-    /// end. A cancellation point.
-    /// @return as select(2): 1 ready, 0 time over, -1 failed with errno set.
+    /// Waits until the descriptor is readable or the time `left` has passed; null: no limit. A descriptor
+    /// that is ready stays in the set. The remaining time is written back to `left`, unless the wait is
+    /// cancelled. A cancellation point.
+    /// @return as select(2): 1 ready, 0 timeout, -1 failure with errno set.
     int select(timeval* left) { return ::select(count(), forKernel(), nullptr, nullptr, left); }
 
-    /// Looks without waiting. @return as select(2).
+    /// Checks without waiting. @return as select(2).
     int poll()
     {
         const timespec atOnce{0, 0};

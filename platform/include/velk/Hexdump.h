@@ -4,17 +4,16 @@
 
 #include <iosfwd>
 
-/// What precedes the bytes of a line.
+/// What precedes the bytes on each line.
 enum hexdumpPrefix_t {
     HEXDUMP_OFFSET = 0, ///< The offset of the line's first byte, in hexadecimal.
     HEXDUMP_NONE = 1,   ///< Nothing.
 };
 
-/// Writes the bytes from `begin` up to, not including, `end` in hexadecimal, one line for each
-/// `bytesPerLine` of them (0 counts as 16). Each line starts with `prefix` and a blank; with
-/// `textColumn` the printable characters follow the bytes. No bytes give no line. The stream's settings
-/// neither change the text nor are changed; a write that fails is lost and throws nothing. Takes no
-/// lock.
+/// Writes the bytes from `begin` up to, not including, `end` in hexadecimal, `bytesPerLine` on each line
+/// (0 means 16). Each line starts with `prefix` and a space. If `textColumn` is set, the bytes are followed
+/// by their characters, `.` for those that are not printable. Without bytes no line is written. The stream's
+/// settings neither affect the text nor change. A write that fails is lost and throws nothing. Takes no lock.
 VELK_EXPORT void hexdump(std::ostream& stream, const unsigned char* begin, const unsigned char* end,
                          const char* prefix, unsigned int bytesPerLine, hexdumpPrefix_t offsetStyle,
                          bool textColumn);

@@ -7,8 +7,8 @@
 
 /// A mutex with the default attributes of POSIX: not recursive, not shared between processes.
 ///
-/// The results of the POSIX calls are ignored: with default attributes a correct program gets nothing
-/// but success.
+/// The results of the POSIX calls are ignored: with default attributes they always succeed in a correct
+/// program.
 class VELK_EXPORT VELK_CAPABILITY("mutex") Mutex {
 public:
     Mutex();
@@ -18,14 +18,14 @@ public:
 
     /// Blocks until the calling thread owns the mutex. Locking it twice on one thread deadlocks.
     void lock() VELK_ACQUIRE();
-    /// Releases the mutex; the calling thread has to own it.
+    /// Releases the mutex, which the calling thread has to own.
     void unlock() VELK_RELEASE();
 
 private:
     pthread_mutex_t mutex;
 };
 
-/// Owns a Mutex while it lives.
+/// Holds a Mutex while it lives.
 class VELK_SCOPED_CAPABILITY MutexLock {
 public:
     explicit MutexLock(Mutex& mutex) VELK_ACQUIRE(mutex) : owned(mutex) { owned.lock(); }

@@ -1,6 +1,6 @@
 #pragma once
 
-/// What clang's thread-safety analysis reads; nothing for other compilers.
+/// Attributes for clang's thread-safety analysis; empty for other compilers.
 
 #if defined(__clang__)
 #define VELK_THREAD_ANNOTATION(attribute) __attribute__((attribute))

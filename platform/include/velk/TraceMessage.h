@@ -16,8 +16,8 @@ constexpr msgid_t CAN_EXT_TRACE_MSG = 11;
 constexpr msgid_t CAN_ALT_TRACE_MSG = 0x8012;
 constexpr msgid_t CAN_TRANSPORT_TRACE_MSG = 0x8014;
 
-/// Base of all trace messages: the records that pass through the pipes. A plain value: one thread at a
-/// time may use it.
+/// Base of all trace messages: the records that pass through the pipes. A value type: one thread at a time
+/// may use it.
 class VELK_EXPORT MessageBase {
 public:
     explicit MessageBase(msgid_t messageId, unsigned long long timeStampValue = 0);
@@ -26,9 +26,9 @@ public:
     /// Writes the message in text form, without a newline, and returns the stream. Takes no lock.
     virtual std::ostream& print(std::ostream& stream) const;
 
-    /// Serialises the whole message into `bytes`, in the form of docs/trace-format.md.
+    /// Serialises the whole message into `bytes`, in the format of docs/trace-format.md.
     /// @param withHeader false leaves out the 16 bytes of the header.
-    /// @param append true keeps what the vector holds and adds the message to it.
+    /// @param append true adds the message to the content of the vector; false replaces it.
     void createByteArray(std::vector<unsigned char>& bytes, bool withHeader, bool append) const;
 
     std::string text; ///< Free for the application; not serialised.
@@ -49,7 +49,7 @@ private:
     virtual void writeBody(unsigned char* body) const;
 };
 
-/// One CAN frame, of whatever id.
+/// One CAN frame; the base of the three kinds of frame messages.
 class VELK_EXPORT CANTraceMessageBase : public MessageBase {
 public:
     static constexpr std::size_t maxDataLength = 64;
@@ -57,7 +57,7 @@ public:
     ~CANTraceMessageBase() override;
     std::ostream& print(std::ostream& stream) const override;
 
-    // Carried for other users of the trace; the transport sends 0 and never reads them.
+    // For other users of the trace; the transport sends 0 and never reads them.
     std::uint8_t reservedByte1 = 0;
     std::uint32_t reservedWord1 = 0;
     std::uint8_t reservedByte2 = 0;
@@ -92,8 +92,8 @@ public:
     ~CANExtTraceMessage() override;
 
     static constexpr std::size_t classicRecordSize = 39; ///< With 8 data bytes.
-    /// Writes the record that createByteArray() of such a message gives, with the header and time stamp
-    /// 0, without creating one. @param record room for `classicRecordSize` bytes. @param data 8 bytes.
+    /// Writes the same record as createByteArray(), with the header and time stamp 0, without creating an
+    /// object. @param record room for `classicRecordSize` bytes. @param data 8 bytes.
     static void writeClassicRecord(unsigned char* record, std::uint32_t canID,
                                    const unsigned char* data);
 };
@@ -108,7 +108,7 @@ public:
 /// Writes the frame in text form, as print() does. Takes no lock.
 VELK_EXPORT std::ostream& operator<<(std::ostream& stream, const CANExtTraceMessage& message);
 
-/// One whole byte message: a request to send it, or one that was received.
+/// One whole byte message: a request to send it, or a received message.
 class VELK_EXPORT CANTransportTraceMessage : public MessageBase {
 public:
     explicit CANTransportTraceMessage(std::vector<unsigned char> payload, std::uint32_t canID = 0,
@@ -118,7 +118,7 @@ public:
 
     static constexpr std::size_t maxPayload = 4095; ///< Bytes that the transport carries.
     std::vector<unsigned char> payload;
-    std::uint32_t canID; ///< Of the frames that brought the message; unused in a request.
+    std::uint32_t canID; ///< Of the frame that completed the message; unused in a request.
     std::uint32_t reservedWord = 0;
 
 private:

@@ -8,12 +8,12 @@
 #include <optional>
 #include <utility>
 
-/// The serial form of trace messages, for all who write or read a record. The page for people is
-/// docs/trace-format.md.
+/// The serial format of trace messages, for all code that writes or reads records. docs/trace-format.md
+/// describes it.
 namespace TraceRecord {
 
 constexpr std::uint16_t marker = 0xC5A3;
-constexpr unsigned char firstByte = marker & 0xFF; ///< Of every record.
+constexpr unsigned char firstByte = marker & 0xFF; ///< First byte of every record.
 
 // The header: marker (2), id (2), length of the whole record (4), time stamp (8).
 constexpr std::size_t idOffset = 2;
@@ -23,12 +23,12 @@ constexpr std::size_t headerSize = 16;
 
 constexpr std::size_t maxSize = std::size_t{1} << 20;
 
-// The body of a CAN frame: four plain members (10), data length (1), CAN id (4), data.
+// The body of a CAN frame: four reserved fields (10), data length (1), CAN id (4), data.
 constexpr std::size_t frameLengthOffset = 10;
 constexpr std::size_t frameIdOffset = 11;
 constexpr std::size_t frameDataOffset = 15;
 
-// The body of a transport message: CAN id (4), a word (4), payload.
+// The body of a transport message: CAN id (4), a reserved word (4), payload.
 constexpr std::size_t transportWordOffset = 4;
 constexpr std::size_t transportPayloadOffset = 8;
 
@@ -49,7 +49,7 @@ constexpr bool isFrame(msgid_t id)
     return id == CAN_TRACE_MSG || id == CAN_EXT_TRACE_MSG || id == CAN_ALT_TRACE_MSG;
 }
 
-// Without loops, so that a compiler makes one load or store of each on a little-endian machine.
+// Without loops, so that compilers generate one load or store on a little-endian machine.
 
 template <typename Integer, std::size_t... place>
 Integer get(const unsigned char* bytes, std::index_sequence<place...> /*places*/)
@@ -73,7 +73,7 @@ template <typename Integer> void put(unsigned char* bytes, Integer value)
     put(bytes, value, std::make_index_sequence<sizeof value>());
 }
 
-/// Writes the 16 bytes of a header. @param size of the whole record.
+/// Writes the 16 bytes of a header. @param size size of the whole record.
 inline void encodeHeader(unsigned char* record, msgid_t id, std::size_t size,
                          unsigned long long timeStamp)
 {
@@ -83,11 +83,11 @@ inline void encodeHeader(unsigned char* record, msgid_t id, std::size_t size,
     put(record + timeStampOffset, static_cast<std::uint64_t>(timeStamp));
 }
 
-/// What the body of a frame's record holds.
+/// The body of a frame's record.
 struct FrameBody {
     std::uint32_t canID = 0;
     std::uint8_t length = 0;             ///< Number of data bytes, 0 to 64.
-    const unsigned char* data = nullptr; ///< Not owned; from decodeFrame(): in the record.
+    const unsigned char* data = nullptr; ///< Not owned. decodeFrame() points it into the record.
     std::uint8_t reservedByte1 = 0;
     std::uint32_t reservedWord1 = 0;
     std::uint8_t reservedByte2 = 0;
@@ -113,7 +113,7 @@ inline void encodeFrameRecord(unsigned char* record, const FrameBody& frame)
     encodeFrame(record + headerSize, frame);
 }
 
-/// @return what a body written by encodeFrame() holds.
+/// @return the fields of a body in the format of encodeFrame().
 inline FrameBody decodeFrame(const unsigned char* body)
 {
     FrameBody frame;
@@ -127,10 +127,10 @@ inline FrameBody decodeFrame(const unsigned char* body)
     return frame;
 }
 
-/// A complete record, seen where it lies.
+/// A view of a complete record.
 struct View {
     msgid_t id = 0;
-    const unsigned char* bytes = nullptr; ///< The whole record, from its header on. Not owned.
+    const unsigned char* bytes = nullptr; ///< The whole record, with its header. Not owned.
     std::size_t size = 0;
 
     bool isFrame() const { return TraceRecord::isFrame(id); }
@@ -138,7 +138,7 @@ struct View {
     FrameBody frame() const { return decodeFrame(bytes + headerSize); }
 };
 
-/// @return the record that fills these bytes from the first to the last; none if they are anything else.
+/// @return the record, if the bytes are exactly one valid record.
 inline std::optional<View> recordIn(const unsigned char* bytes, std::size_t size)
 {
     if (size < headerSize || get<std::uint16_t>(bytes) != marker ||

@@ -14,15 +14,15 @@
 class VELK_EXPORT VelkException : public std::exception, public std::ostringstream {
 public:
     VelkException();
-    /// Keeps the text; further output is appended behind it.
+    /// Keeps the text; further output is appended to it.
     VelkException(const VelkException& other);
     VelkException& operator=(const VelkException&) = delete;
     ~VelkException() override;
 
-    /// The text streamed so far; valid until the next call or the end of the exception.
+    /// @return the text streamed so far; valid until the next call or the end of the exception.
     const char* what() const noexcept override;
 
-    std::int32_t code = 0; ///< Free for the thrower; copied with the exception.
+    std::int32_t code = 0; ///< For use by the throwing code; copied with the exception.
 
 private:
     mutable std::string whatText; ///< Keeps the text that what() returned last.
@@ -31,7 +31,7 @@ private:
 /// Writes the exception's text. Takes no lock.
 VELK_EXPORT std::ostream& operator<<(std::ostream& stream, const VelkException& exception);
 
-/// Throws an exception whose text is made of the parts.
+/// Throws an exception whose text consists of the parts.
 template <typename... Part> [[noreturn]] void throwVelkException(const Part&... parts)
 {
     VelkException exception;
