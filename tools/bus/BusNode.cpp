@@ -39,7 +39,7 @@ std::optional<CANFrame> BusNode::nextFrame(std::uint64_t& unreadable)
             }
             ++unreadable;
             exhausted = source.empty();
-        } catch (const VelkException&) { // after all records that were read
+        } catch (const VelkException&) { // thrown only after all records that were read
             ++unreadable;
             exhausted = true;
         }
@@ -47,7 +47,7 @@ std::optional<CANFrame> BusNode::nextFrame(std::uint64_t& unreadable)
     return std::nullopt;
 }
 
-/// After ECONNRESET there may still be packets of a client that has gone without reading its own.
+/// After ECONNRESET, packets may still wait: the client has closed its socket without reading all of its own.
 void BusNode::read()
 {
     const bool failed = source.read() == -1 && errno != ECONNRESET;
@@ -73,7 +73,7 @@ void BusNode::flush()
     }
 }
 
-/// @return false if the socket takes nothing now.
+/// @return false if the socket has no room now.
 bool BusNode::send(const std::vector<unsigned char>& record)
 {
     if (deaf || ::send(socket.get(), record.data(), record.size(), MSG_NOSIGNAL) != -1) {

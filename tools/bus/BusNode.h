@@ -11,26 +11,26 @@
 #include <optional>
 #include <vector>
 
-/// A connection to the bus: one packet for each record, and a queue for a client that does not read. For
-/// one thread at a time.
+/// A connection to the bus: one packet for each record, and a queue for a client that does not read. One
+/// thread at a time may use it.
 class BusNode {
 public:
     /// @param connection a non-blocking SOCK_SEQPACKET socket.
     BusNode(Descriptor connection, std::uint64_t nodeNumber);
 
     const std::uint64_t number; ///< Unique among all nodes that the bus has ever had.
-    /// @return the socket; it stays the node's own.
+    /// @return the socket; the node owns it.
     int descriptor() const { return socket.get(); }
     /// @return the events that poll() has to wait for.
     short events() const;
-    /// Says that there may be more to read.
+    /// Call this when there may be more to read.
     void wake() { exhausted = false; }
-    /// @return the client's next frame, in the order of sending; none if none waits. Records that are no
-    /// classic frame are counted in `unreadable`.
+    /// @return the client's next frame, in the order of sending; none if none waits. Records that are not
+    /// classic frames are counted in `unreadable`.
     std::optional<CANFrame> nextFrame(std::uint64_t& unreadable);
 
     /// Sends the record of a frame, or queues it.
-    /// @return false if `queueLength` records wait already; the record is dropped then.
+    /// @return false if `queueLength` records wait already; then the record is dropped.
     bool deliver(const std::vector<unsigned char>& record, std::size_t queueLength);
     /// Sends as much of the queue as the socket takes.
     void flush();
@@ -45,7 +45,7 @@ private:
     TraceMessageBuffer source;
     bool exhausted = true;
     bool dead = false;
-    /// The client has gone or reads no more. Frames that it has sent still count.
+    /// The client has gone or no longer reads. Frames that it has sent are still carried.
     bool deaf = false;
     std::deque<std::vector<unsigned char>> queue;
 };

@@ -35,8 +35,8 @@ unsigned int FaultInjector::pick(unsigned int lowest, unsigned int highest)
     return std::uniform_int_distribution<unsigned int>(lowest, highest)(random);
 }
 
-/// Keeps track of the sequence numbers. Dropped frames count too: a receiver still waits for the first
-/// number that it has missed.
+/// Tracks the sequence numbers. Dropped frames count as sent, but not as received: a receiver still waits for
+/// the first number that it has missed.
 void FaultInjector::follow(const CANFrame& frame, bool dropped)
 {
     Progress& progress = progressOfId[frame.canID];
@@ -91,9 +91,9 @@ unsigned int FaultInjector::strayFlowControl()
     return code < CTP_FC_ACKNOWLEDGE ? code : code + 1;
 }
 
-/// The number is far from the one sent last, and is not the one that is due. The injector does not know
-/// of frames that the full queue of a node has dropped: a receiver that missed up to four of them waits
-/// for a number shortly after the last.
+/// The number is neither close to the last one sent nor the one that is due. The injector does not see frames
+/// that the full queue of a node has dropped: a receiver that has missed up to four frames waits for a number
+/// close to the last one.
 unsigned int FaultInjector::straySequenceNumber(const Progress& progress)
 {
     const unsigned int number = (progress.sent + pick(5, 10)) % sequenceNumbers;

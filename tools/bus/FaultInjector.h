@@ -7,11 +7,11 @@
 #include <random>
 #include <unordered_map>
 
-/// Probabilities for each frame, from 0 to 1 and independent of each other.
+/// Probabilities for each frame, from 0 to 1, independent of each other.
 struct FaultRates {
-    double drop = 0;      ///< The frame reaches nobody.
+    double drop = 0;      ///< The frame reaches no node.
     double duplicate = 0; ///< The frame is carried twice in a row.
-    double stray = 0;     ///< A frame that nobody sent follows, with the same CAN id.
+    double stray = 0;     ///< A frame that no node sent follows, with the same CAN id.
     std::uint64_t seed = 1;
 
     /// @return whether any fault can happen.
@@ -20,11 +20,10 @@ struct FaultRates {
 
 /// Decides what goes wrong with a frame. The same seed and frames give the same faults.
 ///
-/// A stray frame is always one that a receiver can recognise as wrong: an unknown kind, 0x00, a single
-/// frame that claims 8 to 15 bytes, a flow control that is no acknowledgement, or a consecutive frame
-/// with a sequence number that is not due. Frames of this protocol have neither a checksum nor a message
-/// number, so no receiver could recognise a stray data frame with the right number, or a stray
-/// acknowledgement.
+/// A receiver can always recognise a stray frame as wrong: an unknown kind, 0x00, a single frame that claims
+/// 8 to 15 bytes, a flow control that is not an acknowledgement, or a consecutive frame with a sequence
+/// number that is not due. Frames of this protocol have neither a checksum nor a message number, so no
+/// receiver could recognise a stray data frame with the right number, or a stray acknowledgement.
 class FaultInjector {
 public:
     struct Verdict {
@@ -41,8 +40,8 @@ public:
 private:
     /// Sequence numbers of one CAN id.
     struct Progress {
-        unsigned int sent = CANTransportFrame::sequenceNumbers - 1; ///< The one sent last.
-        unsigned int due = 0; ///< The one that a receiver accepts next, if it is receiving.
+        unsigned int sent = CANTransportFrame::sequenceNumbers - 1; ///< The last one sent.
+        unsigned int due = 0; ///< The next one that a receiver accepts, if it is receiving.
     };
 
     bool happens(double probability);

@@ -4,14 +4,14 @@
 
 #include <chrono>
 
-/// How long frames keep the bus busy.
+/// How long frames occupy the bus.
 namespace Pace {
 
 using Clock = std::chrono::steady_clock;
 
-/// @return bits of a classic frame with an 11-bit id on the wire: 47 around the data, the data, and one
-/// stuff bit for each seven bits that can be stuffed (the worst case would be one for four). 125 for a
-/// frame of 8 data bytes.
+/// @return bits on the wire of a classic frame with an 11-bit id: 47 around the data, the data, and one stuff
+/// bit for every seven bits that can be stuffed (in the worst case it would be every four). A frame of 8 data
+/// bytes has 125.
 constexpr unsigned int bitsOfFrame(unsigned int dataBytes)
 {
     const unsigned int stuffable = 34 + 8 * dataBytes;

@@ -15,10 +15,10 @@
 
 namespace {
 
-/// How far a paced bus may fall behind and catch up. A longer delay of the process is not caught up.
+/// The longest delay that a paced bus catches up.
 constexpr std::chrono::milliseconds greatestLag{10};
 
-/// Frames that are carried before the bus looks at nodes, new connections and stop().
+/// Frames that are carried before the bus checks nodes, new connections and stop().
 constexpr int mostAtOnce = 256;
 
 enum WaitIndex : std::size_t { quitIndex, listenerIndex, firstNodeIndex };
@@ -77,7 +77,7 @@ void VirtualBus::stop()
     }
 }
 
-/// listen() comes after chmod(): nobody can connect before the socket has its mode.
+/// Calls listen() after chmod(): no client can connect before the socket has its mode.
 void VirtualBus::listen()
 {
     sockaddr_un address{};
@@ -118,7 +118,7 @@ void VirtualBus::run()
     nodes.clear();
 }
 
-/// Carries frames that wait; at a bitrate, only those whose time has come.
+/// Carries waiting frames; on a paced bus only those that are due.
 VirtualBus::Left VirtualBus::carryFrames()
 {
     if (options.bitrate != 0) {
@@ -135,8 +135,8 @@ VirtualBus::Left VirtualBus::carryFrames()
     return Left::some;
 }
 
-/// A frame that follows another starts when that one ended, not when this thread woke up: otherwise each
-/// frame would lose the time of a wakeup.
+/// A frame starts when the previous one ended, not when this thread woke up. Otherwise each frame would lose
+/// the time of a wakeup.
 void VirtualBus::carryAtPace()
 {
     const auto now = Pace::Clock::now();
@@ -233,7 +233,7 @@ void VirtualBus::count(Fate fate)
     }
 }
 
-/// A frame that a dead node has on the wire still reaches the others.
+/// If the frame of a dead node is on the wire, it still reaches the others.
 void VirtualBus::forgetTheDead()
 {
     nodes.erase(
@@ -251,7 +251,7 @@ void VirtualBus::waitForEvents(Left left)
 {
     waits.assign({{quit.get(), POLLIN, 0}, {listener.get(), POLLIN, 0}});
     for (const auto& node : nodes) {
-        const short events = node->events(); // if none, a hangup does not matter either
+        const short events = node->events(); // without events, a hangup does not matter either
         waits.push_back({events == 0 ? -1 : node->descriptor(), events, 0});
     }
     if (onWire) {
@@ -274,7 +274,7 @@ void VirtualBus::waitForEvents(Left left)
     }
 }
 
-/// Without a free descriptor the connection waits; the pause keeps the loop from spinning meanwhile.
+/// Without a free descriptor the connection waits; the pause keeps the loop from spinning.
 void VirtualBus::accept()
 {
     Descriptor connection(accept4(listener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));

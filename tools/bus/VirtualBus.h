@@ -23,39 +23,39 @@
 /// A CAN bus for machines without one: a Unix socket where each connection is a node. It carries every
 /// frame of a node to all others, in the same order for all. Nodes that wait to send take turns.
 ///
-/// The bus never waits for a node. Each node has a queue of limited length; a frame for a full queue is
-/// dropped and counted, as a real controller does. A node that ends does not affect the others.
+/// The bus never waits for a node. Each node has a queue of limited length. If it is full, frames for the
+/// node are dropped and counted, as a real controller does. A node that ends does not affect the others.
 ///
 /// The thread of the bus inherits the signal mask of the thread that constructs it. All operations may be
 /// called from any thread. Only stop() and the destructor block: they wait for the observer to return.
 class VirtualBus {
 public:
-    /// What has happened to a frame. A duplicate follows its original; a stray frame has the id of the
-    /// frame before it.
+    /// What happened to a frame. A duplicate follows its original; a stray frame has the id of the frame
+    /// before it.
     enum class Fate { carried, dropped, duplicate, stray };
 
     struct Options {
-        mode_t mode = 0600; ///< Of the socket.
+        mode_t mode = 0600; ///< Permissions of the socket.
         /// Bits per second; 0: as fast as possible. A frame of 8 data bytes takes 125 bits (see
-        /// Pace::bitsOfFrame) and reaches the others at its end at the earliest.
+        /// Pace::bitsOfFrame). It reaches the others when its last bit has passed, or later.
         unsigned long bitrate = 0;
-        /// Frames that wait for one node, besides those in its socket.
+        /// How many frames may wait for one node, besides those in its socket.
         std::size_t queueLength = 1024;
         FaultRates faults{};
-        /// Receives each frame in the order of the bus, on the bus thread, which waits meanwhile. Must
-        /// not throw and must not call stop().
+        /// Receives each frame in the order of the bus. Called on the bus thread, which waits until it
+        /// returns. Must not throw and must not call stop().
         std::function<void(const CANFrame&, Fate)> observer{};
     };
 
     struct Counters {
         std::uint64_t carried = 0; ///< Frames of nodes that were carried.
-        /// Copies of frames that were sent to a node or queued for it.
+        /// Frames that were sent to a node or queued for it, counted once for each node.
         std::uint64_t delivered = 0;
         std::uint64_t overflowDrops = 0;
         std::uint64_t faultDrops = 0;
         std::uint64_t duplicates = 0;
         std::uint64_t strays = 0;
-        /// Records that are no classic frame, and runs of other bytes.
+        /// Records that are not classic frames, and runs of other bytes.
         std::uint64_t unreadable = 0;
         std::uint64_t nodes = 0; ///< Connections so far.
     };
@@ -71,7 +71,7 @@ public:
     /// Ends the bus thread and all connections. A second call does nothing.
     void stop();
 
-    /// @return the counts of the moment when the bus thread last started to wait.
+    /// @return the counts at the time when the bus thread last started to wait.
     Counters counters() const;
 
 private:
@@ -81,7 +81,7 @@ private:
         Fate fate;
     };
 
-    enum class Left { none, some }; ///< Frames that could be carried at once.
+    enum class Left { none, some }; ///< Whether more frames could be carried at once.
 
     void listen();
     void run();
@@ -102,15 +102,15 @@ private:
     const Descriptor quit; ///< Becomes readable with stop().
     const Descriptor listener;
 
-    // The bus thread's own.
+    // Used by the bus thread alone.
     std::vector<std::unique_ptr<BusNode>> nodes;
-    std::vector<pollfd> waits; ///< stop(), the listener, the nodes.
+    std::vector<pollfd> waits; ///< For stop(), the listener, the nodes.
     FaultInjector injector;
     std::deque<Transmission> planned;   ///< Carried before the next frame of a node.
-    std::optional<Transmission> onWire; ///< Of a paced bus.
+    std::optional<Transmission> onWire; ///< On a paced bus only.
     Pace::Clock::time_point freeAt{};   ///< When `onWire` has passed.
     std::size_t turn = 0;               ///< The node that may send next.
-    std::vector<unsigned char> scratch; ///< The record of the frame that is carried.
+    std::vector<unsigned char> scratch; ///< The record of the current frame.
     Counters totals;
 
     mutable std::mutex mutex; ///< Guards `published`.

@@ -7,7 +7,7 @@
 #include <optional>
 #include <vector>
 
-/// Records of classic frames, without making an object of each.
+/// Records of classic frames, without creating objects.
 namespace FrameRecord {
 
 /// Appends the record of a `CANExtTraceMessage` with time stamp 0.
@@ -19,7 +19,7 @@ inline void append(std::vector<unsigned char>& bytes, std::uint32_t canID, const
     TraceRecord::encodeFrameRecord(bytes.data() + start, {canID, length, data, 0, 0, 0, 0});
 }
 
-/// @return the frame in the record; none if the record holds no frame, or one of more than 8 bytes.
+/// @return the frame in the record; none if the record holds no frame, or a frame of more than 8 bytes.
 inline std::optional<TraceRecord::FrameBody> classicFrameIn(const TraceRecord::View& record)
 {
     if (!record.isFrame() || record.frame().length > CANTransportFrame::dataBytes) {

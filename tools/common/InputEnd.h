@@ -4,8 +4,8 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
-/// For an input whose last read met the end. A socket of packets gives the same for an empty packet.
-/// @return whether nothing more will come.
+/// Call this when a read has met the end of the input. On a packet socket, an empty packet looks the same.
+/// @return whether the input has really ended.
 inline bool isEndOfInput(int descriptor)
 {
     int type = -1;
@@ -13,7 +13,7 @@ inline bool isEndOfInput(int descriptor)
     if (getsockopt(descriptor, SOL_SOCKET, SO_TYPE, &type, &size) == -1 || type == SOCK_STREAM) {
         return true;
     }
-    // In this order: after a hangup no more packets arrive, but those that wait still count.
+    // In this order: after a hangup no more packets arrive, but some may still wait.
     pollfd state{descriptor, POLLRDHUP, 0};
     int left = 0;
     return poll(&state, 1, 0) == 1 && ioctl(descriptor, FIONREAD, &left) == 0 && left == 0;

@@ -10,7 +10,7 @@ namespace Tool {
 /// @return "got 'x', expected y".
 std::string complaint(const std::string& given, const std::string& expected);
 
-/// @return whether the whole text is a number; only then is it written.
+/// @return whether the whole text is a number; only then `number` is set.
 template <typename Number> bool parse(const std::string& text, Number& number)
 {
     const char* const end = text.data() + text.size();
@@ -18,8 +18,8 @@ template <typename Number> bool parse(const std::string& text, Number& number)
     return result.ec == std::errc() && result.ptr == end;
 }
 
-/// Adds an option with a number from `lowest` to `highest`. @param nameAndType such as "--timeout MS".
-/// @param expected its words in a complaint; empty: "a number from … to …".
+/// Adds an option that takes a number from `lowest` to `highest`. @param nameAndType such as "--timeout MS".
+/// @param expected what an error message expects; empty: "a number from … to …".
 template <typename Number> void addNumber(CLI::App& app, const std::string& nameAndType,
                                           Number& target, Number lowest, Number highest,
                                           const std::string& help, const std::string& expected = "")

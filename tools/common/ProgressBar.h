@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-/// A bar in the last line of a terminal on stderr. Draws nothing if stderr is no terminal.
+/// A bar on the last line of a terminal on stderr. Draws nothing if stderr is not a terminal.
 class ProgressBar {
 public:
     ProgressBar();

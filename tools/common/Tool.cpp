@@ -10,7 +10,7 @@
 
 namespace {
 
-/// Shows only the type after the name of an option, as a man page does.
+/// Prints only the type after the name of an option, as in a man page.
 struct Formatter : CLI::Formatter {
     std::string make_option_opts(const CLI::Option* option) const override
     {

@@ -12,7 +12,7 @@ namespace CLI {
 class App;
 } // namespace CLI
 
-/// What all programs share. Code that declares options also includes common/Options.h.
+/// Shared by all programs. Code that declares options also includes common/Options.h.
 namespace Tool {
 
 enum ExitCode : int {
@@ -32,13 +32,13 @@ struct Failure : std::runtime_error {
 struct Description {
     const char* name = "";
     const char* what = "";    ///< One paragraph.
-    const char* usage = "";   ///< The arguments, for a complaint about them.
-    const char* example = ""; ///< Follows the options, with notes.
+    const char* usage = "";   ///< The arguments, for an error message about them.
+    const char* example = ""; ///< Notes and examples, printed after the options.
     int exitCode = exitBus;   ///< For every exception except a Failure.
 };
 
-/// Reads the command line into what `declare` has bound, and runs the program. Every exception becomes
-/// one line on stderr. A write to a pipe that nobody reads fails and raises no signal.
+/// Parses the command line into the variables that `declare` has bound, and runs the program. Every exception
+/// becomes one line on stderr. A write to a pipe without a reader fails and raises no signal.
 /// @return the exit code of the program.
 int runProgram(int count, char** arguments, const Description& description,
                const std::function<void(CLI::App&)>& declare, const std::function<int()>& run);
@@ -58,7 +58,7 @@ int runProgram(int count, char** arguments, const Description& description,
 /// Prints one line on stderr, also while a LibraryLog exists.
 void complain(const Description& description, const std::string& text);
 
-/// The ids of an endpoint and its bus.
+/// The ids of an endpoint and its peer, and the bus.
 struct Connection {
     std::uint16_t ownId = 0;
     std::uint16_t peerId = 0;
@@ -67,10 +67,10 @@ struct Connection {
 };
 /// Adds the options `-s`, `-d` and `-v` and the argument BUS.
 void addConnection(CLI::App& app, Connection& connection);
-/// @return what a client of this connection takes.
+/// @return the options of a client for this connection.
 CANTransportClient::Options clientOptions(const Connection& connection);
 
-/// While it exists, the log of the library goes to stderr if the connection is verbose, and nowhere
+/// While it exists, std::cout and std::cerr write to stderr if the connection is verbose, and nowhere
 /// otherwise: stdout is for results only.
 class LibraryLog {
 public:

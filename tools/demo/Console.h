@@ -7,13 +7,13 @@
 #include <streambuf>
 #include <string>
 
-/// The demo's own standard output: lines, and a progress bar below them on a terminal. Each line is
-/// written under LogUtil::logMutex, so that it does not mix with those of the library. All operations may
-/// be called from any thread.
+/// The demo's own standard output: lines, and on a terminal a progress bar below them. Each line is written
+/// under LogUtil::logMutex, so that it does not mix with lines of the library. All operations may be called
+/// from any thread.
 class Console {
 public:
-    /// While it exists and `quiet` is set, the output of `std::cout` is dropped; that of the console is
-    /// not. @param withBar whether to draw the bar on a terminal.
+    /// @param quiet drop the output of `std::cout` while the console exists; the console's own output is
+    /// still written. @param withBar whether to draw the bar on a terminal.
     Console(bool quiet, bool withBar);
     ~Console();
     Console(const Console&) = delete;
@@ -21,7 +21,7 @@ public:
 
     /// Prints a line.
     void line(const std::string& text);
-    /// Draws the bar again and flushes the output, at most every 100 ms.
+    /// Redraws the bar and flushes the output, at most every 100 ms.
     void progress(std::size_t done, std::size_t all);
     /// Removes the bar and flushes the output.
     void finish();
@@ -40,7 +40,7 @@ private:
     std::streambuf* const standardOutput;
     std::ostream stream;
     const bool hasBar;
-    std::string bar; ///< As shown on the terminal; empty if it is not.
+    std::string bar; ///< As shown on the terminal; empty if it is not shown.
     std::chrono::steady_clock::time_point lastUpdate{};
     std::atomic<bool> broken{false};
 };

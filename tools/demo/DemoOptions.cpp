@@ -42,12 +42,12 @@ void declare(CLI::App& app, DemoOptions& options)
         ->type_name("");
     addSize(app, options);
     Tool::addNumber<std::size_t>(app, "--endpoints N", options.pairs, 1, maxPairs,
-                                 "Pairs of endpoints on the one bus (default: 1)");
+                                 "Pairs of endpoints on the bus (default: 1)");
     addRate(app, "--drop", options.faults.drop, "Share of frames that are lost, 0 to 1");
     addRate(app, "--duplicate", options.faults.duplicate,
             "Share of frames that arrive twice, 0 to 1");
     addRate(app, "--stray", options.faults.stray,
-            "Share of frames that a stray frame follows, 0 to 1");
+            "Share of frames that are followed by a stray frame, 0 to 1");
     Tool::addNumber<std::uint64_t>(app, "--seed N", options.faults.seed, 0, UINT64_MAX,
                                    "Seed of the faults and the mixed sizes (default: 1)");
     Tool::addNumber<unsigned long>(app, "--bitrate N", options.bitrate, 0, maxBitrate,

@@ -9,7 +9,7 @@
 
 /// Exit codes of the demo.
 enum DemoExit : int {
-    demoExitWhole = 0,        ///< All bytes arrived and are those of the file.
+    demoExitWhole = 0,        ///< All bytes arrived and match the file.
     demoExitFailed = 1,       ///< Bytes are missing or differ, or the demo could not continue.
     demoExitUsage = 2,        ///< Wrong arguments, or a file that cannot be read.
     demoExitInterrupted = 130 ///< Ended by a signal.
@@ -17,7 +17,7 @@ enum DemoExit : int {
 
 /// The options of the command line.
 struct DemoOptions {
-    std::string file;                ///< Empty: the file beside the program.
+    std::string file;                ///< Empty: the file next to the program.
     std::optional<std::size_t> size; ///< Bytes of each message; none: mixed.
     std::size_t pairs = 1;
     FaultRates faults;

@@ -9,9 +9,9 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds timeToArrive{2000};
 
-/// After a failure the receiver may still wait for the rest of the message, for up to a second from its
-/// first frame, and until then it refuses a new message. The random part keeps the two directions from
-/// colliding again and again.
+/// After a failure the receiver may still wait for the rest of the message, for up to a second from its first
+/// frame. Until then it refuses a new message. The random part keeps the two directions from colliding again
+/// and again.
 constexpr int shortestPauseMs = 900;
 constexpr int longestPauseMs = 1300;
 
@@ -67,7 +67,7 @@ void Direction::send()
     counts.done = true;
 }
 
-/// @return false if the destructor ended it before the message arrived.
+/// @return false if the destructor was called before the message arrived.
 bool Direction::sendUntilArrived(const NibbleFile::Bytes& message, std::size_t end)
 {
     std::uniform_int_distribution<int> pauseMs(shortestPauseMs, longestPauseMs);

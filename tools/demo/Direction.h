@@ -14,16 +14,17 @@
 #include <string>
 #include <thread>
 
-/// Transfers the file from one client to the other, one message at a time. Each of the two has a thread.
+/// Transfers the file from one client to the other, one message at a time. Sending and receiving each have a
+/// thread.
 ///
-/// An acknowledgement counts only when the message has arrived: the bus has no message numbers, so a
-/// second acknowledgement of one message can end the next one.
+/// An acknowledgement counts only if the message has arrived: frames carry no message number, so a second
+/// acknowledgement of one message can end the next one.
 class Direction {
 public:
     struct Setup {
         std::optional<std::size_t> size; ///< Bytes of each message; none: mixed.
         std::uint64_t seed = 0;          ///< Seed of the mixed sizes.
-        std::string receiver;            ///< Name of the receiver, for the user.
+        std::string receiver;            ///< Name of the receiver, for messages to the user.
     };
     struct Counters {
         std::uint64_t messages = 0;
@@ -56,7 +57,7 @@ private:
     CANTransportClient& sender;
     CANTransportClient& receiver;
     const Setup setup;
-    std::mt19937_64 random; ///< Used by the sending thread only.
+    std::mt19937_64 random; ///< Used by the sending thread alone.
 
     mutable std::mutex mutex; // guards all below
     std::condition_variable changed;

@@ -148,8 +148,8 @@ void Exchange::printNews()
     }
 }
 
-/// On a bus that is too slow, a peer that answers each first frame and never acknowledges the message
-/// keeps the sender in endless retries.
+/// On a bus that is too slow, the peer answers each first frame but never acknowledges the message, so the
+/// sender tries again without end.
 bool Exchange::isStalled(std::size_t nibbles)
 {
     if (nibbles != lastNibbles) {
@@ -182,7 +182,7 @@ void Exchange::judge(ExchangeResult& result, bool interrupted) const
     result.starts = starts;
     result.bus = bus.counters();
     result.statusChanges = statusChanges;
-    // Only a disturbed bus can end a message with the acknowledgement of another.
+    // Only on a disturbed bus can the acknowledgement of one message end another.
     const auto& frames = result.bus;
     const bool sound =
         frames.faultDrops + frames.duplicates + frames.strays + frames.overflowDrops == 0 &&

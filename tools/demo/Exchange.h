@@ -23,14 +23,14 @@
 /// The result of an exchange.
 struct ExchangeResult {
     bool whole = false;
-    std::string failure; ///< Why it is not whole; empty if it is or was interrupted.
+    std::string failure; ///< Why it is not whole; empty if it is whole or was interrupted.
     std::chrono::duration<double> time{};
-    Direction::Counters directions; ///< Of all directions together.
+    Direction::Counters directions; ///< Sum of all directions.
     std::uint64_t starts = 0;       ///< First and single frames of the endpoints on the bus.
     std::map<CANTransportClient::Status, std::uint64_t> statusChanges;
     VirtualBus::Counters bus;
 
-    /// @return attempts of the endpoints beyond one for each request.
+    /// @return attempts of the endpoints beyond the first of each request.
     std::uint64_t retries() const
     {
         return starts > directions.requests ? starts - directions.requests : 0;
@@ -43,8 +43,8 @@ public:
     Exchange(const DemoOptions& demoOptions, const std::vector<unsigned char>& fileBytes,
              Console& demoConsole);
 
-    /// Runs until the file has arrived everywhere, something is wrong, or a signal comes.
-    /// @return what has happened.
+    /// Runs until the file has arrived everywhere, something fails, or a signal arrives.
+    /// @return what happened.
     ExchangeResult run(Interruption& interruption);
 
 private:
@@ -73,7 +73,7 @@ private:
     std::chrono::steady_clock::time_point lastArrival{};
 
     std::mutex mutex;
-    std::vector<std::string> news; ///< Lines of other threads, not yet printed. [mutex]
+    std::vector<std::string> news; ///< Lines from other threads that are not printed yet. [mutex]
     std::map<CANTransportClient::Status, std::uint64_t> statusChanges; // [mutex]
     std::atomic<std::uint64_t> starts{0};
 

@@ -9,6 +9,6 @@ struct Input {
     std::vector<unsigned char> bytes;
 };
 
-/// @return a whole regular file; with no name, the one beside the program.
+/// @return the content of a regular file; without a name, of the file next to the program.
 /// @throws std::runtime_error with a text for the user.
 Input readInput(const std::string& name);

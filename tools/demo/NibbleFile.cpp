@@ -34,7 +34,7 @@ std::optional<std::size_t> NibbleFile::match(std::size_t position, const Bytes& 
 {
     const std::size_t nibbles = 2 * message.size() - 1;
     const std::size_t carried = std::min(nibbles, size() - position);
-    if (nibbles - carried > 1) { // more than a nibble to fill the last byte
+    if (nibbles - carried > 1) { // more than the nibble that may fill the last byte
         return std::nullopt;
     }
     for (std::size_t i = 0; i < nibbles; ++i) {

@@ -13,9 +13,9 @@ public:
     /// Takes a message. @return false if it is neither the next one nor a repeat of the last.
     bool take(const NibbleFile::Bytes& message);
 
-    /// @return nibbles of the file that have arrived.
+    /// @return how many nibbles of the file have arrived.
     std::size_t position() const { return arrived; }
-    /// @return messages that arrived once more.
+    /// @return how many messages arrived again.
     std::uint64_t repeats() const { return repeated; }
 
 private:

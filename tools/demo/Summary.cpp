@@ -17,7 +17,7 @@ std::size_t longestMessage(const DemoOptions& options, std::size_t fileBytes)
     return std::min(options.longestMessage(), fileBytes + 1);
 }
 
-/// The time limit counts from the first frame; a single frame counts itself.
+/// The time limit starts after the first frame; a single frame counts as one.
 unsigned int framesAfterTheFirst(std::size_t messageBytes)
 {
     const auto bytes = static_cast<unsigned int>(messageBytes);

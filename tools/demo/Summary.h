@@ -9,8 +9,7 @@
 
 struct ExchangeResult;
 
-/// @return a warning if the bitrate is too low for the longest messages to arrive within the time limit of
-/// the transport; otherwise empty.
+/// @return a warning if the bitrate is too low for the longest messages to arrive in time; otherwise empty.
 std::string paceWarning(const DemoOptions& options, std::size_t fileBytes);
 
 /// @return the result of the exchange, as lines for the user.

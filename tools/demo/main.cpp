@@ -16,16 +16,16 @@ namespace {
 constexpr Tool::Description description{
     "velkcan-demo",
     R"(Transfers a file in both directions at once between two endpoints on a virtual CAN bus,
-and compares the received bytes with the file. Ends with 0 only if they are the same.
+and compares the received bytes with the file.
 )",
     "[options] [file]",
-    R"(Faults affect single frames. A stray frame is always one that a receiver can recognise as
-wrong: frames of this bus have neither a checksum nor a message number, so no receiver
+    R"(Faults affect single frames. All stray frames are of a sort that a receiver can recognise
+as wrong. Frames of this bus have neither a checksum nor a message number, so no receiver
 could recognise a stray data frame with the right sequence number, or a stray
 acknowledgement.
 
-Exit status: 0 all bytes arrived; 1 some did not; 2 wrong arguments, or the file cannot be
-read; 130 interrupted.
+Exit status: 0 all bytes arrived and match the file; 1 bytes are missing or differ, or the
+demo could not continue; 2 wrong arguments, or the file cannot be read; 130 interrupted.
 
 Examples:
   velkcan-demo --ladder --size 20 notes.txt

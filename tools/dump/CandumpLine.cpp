@@ -16,7 +16,7 @@ using Words = std::vector<std::string_view>;
 
 constexpr const char* blanks = " \t\r";
 constexpr double microsecondsInASecond = 1e6;
-constexpr double latestSeconds = 4e9;       ///< Up to here a double separates microseconds.
+constexpr double latestSeconds = 4e9;       ///< Up to here a double has a precision of 1 µs.
 constexpr std::size_t directionColumns = 3; ///< "RX B E": direction, broadcast, error state.
 
 Words split(std::string_view text)
@@ -46,7 +46,7 @@ LogTime parseTime(const std::string& text)
     return std::chrono::microseconds(std::llround(seconds * microsecondsInASecond));
 }
 
-/// Removes a stamp "(…)" from the start of the line.
+/// Removes a time stamp "(…)" from the start of the line. @return the time; none without a valid stamp.
 LogTime takeTime(std::string_view& line)
 {
     const auto begin = std::min(line.find_first_not_of(blanks), line.size());
@@ -74,7 +74,7 @@ bool takeBytes(const Words& bytes, Frame& frame)
     return true;
 }
 
-/// Takes "0141". Only the direction of `-x` may follow.
+/// Parses "0141". Only the direction that `-x` adds may follow.
 bool takeLogData(std::string_view data, const Words& following, Frame& frame)
 {
     Words bytes;
@@ -85,7 +85,8 @@ bool takeLogData(std::string_view data, const Words& following, Frame& frame)
     return bare && takeBytes(bytes, frame);
 }
 
-/// Takes "[2] 01 41". Only the characters of `-a` may follow. FD frames have two digits in the brackets.
+/// Parses "[2] 01 41". Only the characters that `-a` adds may follow. FD frames have two digits in the
+/// brackets.
 bool takeColumns(const Words& words, Frame& frame)
 {
     if (words.empty() || words[0].size() != 3 || words[0].front() != '[' ||

@@ -11,8 +11,8 @@ using LogTime = std::optional<std::chrono::microseconds>; ///< None if the line 
 
 /// A frame of a log.
 struct LoggedFrame {
-    std::string bus;    ///< Name of the interface.
-    std::string sender; ///< The id as the log writes it: a sender has no other name.
+    std::string bus;                      ///< Name of the interface.
+    std::string sender;                   ///< The id as text: a sender has no other name.
     CANTransportThread::TPCANMsg frame{}; ///< An id of 29 bits is marked by CAN_EFF_FLAG.
     LogTime time;
 };
@@ -23,7 +23,7 @@ inline bool isAnswer(const LoggedFrame& logged)
     return CANTransportFrame::kindOf(logged.frame.data) == CANTransportFrame::CTP_FLOW_CONTROL;
 }
 
-/// @return the data frame of classic CAN in a line of `candump -L`, or in a line that candump prints on a
-/// terminal, also with a time stamp and with the columns of `-x` and `-a`. None if the line holds anything
-/// else, such as a remote, error or FD frame.
+/// @return the classic CAN data frame in a line of `candump -L`, or in a line that candump prints on a
+/// terminal, also with a time stamp and the columns of `-x` and `-a`. None if the line holds anything else,
+/// such as a remote, error or FD frame.
 std::optional<LoggedFrame> parseCandumpLine(const std::string& line);

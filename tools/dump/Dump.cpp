@@ -9,7 +9,7 @@
 namespace {
 
 constexpr const char* unknownPeer = "???";
-/// Frames that several processors have logged can be out of order by this much.
+/// Frames that were logged by several processors can be out of order by this much.
 constexpr std::chrono::milliseconds disorder{1};
 
 } // namespace

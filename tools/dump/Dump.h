@@ -18,15 +18,15 @@ public:
     Dump(const DumpOptions& options, Print print);
     /// Takes the next frame of the log.
     void take(LoggedFrame logged);
-    /// At the end of the log: prints the messages that are under way, and the table.
+    /// Call this at the end of the log: prints the unfinished messages and the table.
     void finish();
-    /// @return how many frames were followed.
+    /// @return how many frames of the followed ids were taken.
     std::size_t frames() const { return taken; }
     /// @return false if time stamps run backwards, so that the table has no times.
     bool hasTimes() const { return timed; }
 
 private:
-    /// What one id sends to its peer.
+    /// Everything that one id sends to its peer.
     struct Direction {
         std::string peer;
         bool fromLeft; ///< In a ladder.
@@ -46,7 +46,7 @@ private:
 
     const DumpOptions options;
     const Print print;
-    const bool listing; ///< Print frames and messages, not only the table.
+    const bool listing; ///< Whether to print frames and messages, not only the table.
     std::string firstBus;
     std::size_t taken = 0;
     LogTime lastTime;

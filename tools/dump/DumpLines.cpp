@@ -48,7 +48,7 @@ std::string frameLine(const LoggedFrame& logged)
     const std::size_t head = first ? 2 : 1;
     std::string bytes = hexText(frame.data + head, std::max<std::size_t>(frame.len, head) - head);
     if (isAnswer(logged) && bytes.find_first_not_of(" 0") == std::string::npos) {
-        bytes.clear(); // they mean nothing, and every receiver ignores them
+        bytes.clear(); // they have no meaning, and every receiver ignores them
     }
     return logged.sender + "  [" + std::to_string(frame.len) + "]  " + words + bytes;
 }

@@ -4,7 +4,7 @@
 
 #include <string>
 
-/// @return id, length, the head in words, and the bytes that follow it.
+/// @return id, length, the frame's head in words, and the bytes after the head.
 std::string frameLine(const LoggedFrame& logged);
 
 /// @return sender and receiver of the message, its outcome, and its bytes.

@@ -4,12 +4,12 @@
 #include <memory>
 #include <string>
 
-/// Reads lines of a file or of standard input, each as soon as it arrives.
+/// Reads lines from a file or from standard input, each as soon as it arrives.
 class LineInput {
 public:
     /// @param name empty for standard input. @throws std::system_error
     explicit LineInput(const std::string& name);
-    /// Reads the next line. A line longer than any of candump is cut.
+    /// Reads the next line. A line that is longer than any line of candump is truncated.
     /// @return false at the end of the input and after a signal. @throws std::system_error
     bool read(std::string& line);
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-/// Sums up the messages that one id has sent to another.
+/// Statistics of the messages that one id has sent to another.
 class MessageStatistics {
 public:
     /// Counts an attempt that has ended.

@@ -34,7 +34,7 @@ std::optional<TrackedMessage> MessageTracker::data(const LoggedFrame& logged)
 
 std::optional<TrackedMessage> MessageTracker::answer(const LoggedFrame& logged)
 {
-    // An answer that arrives while no attempt is under way is late or a duplicate, and ends nothing.
+    // Without an attempt in progress, an answer is late or a duplicate, and ends nothing.
     switch (codeOf(logged.frame.data)) {
     case CTP_FC_READY_TO_RECEIVE:
         attemptsInRow = 1;
@@ -52,8 +52,8 @@ std::optional<TrackedMessage> MessageTracker::answer(const LoggedFrame& logged)
 std::optional<TrackedMessage> MessageTracker::start(const LoggedFrame& logged, std::size_t length,
                                                     const std::uint8_t* bytes, std::size_t count)
 {
-    // No frame says which message it belongs to. The sender repeats a message until it is acknowledged or
-    // has failed five times, so until then the same first frame means the same message.
+    // No frame says which message it belongs to. The sender repeats a message until it is acknowledged or has
+    // failed five times. Until then, the same first frame means the same message.
     const bool again = !acknowledged && attemptsInRow < attemptLimit &&
                        std::equal(head.data, head.data + sizeof head.data, logged.frame.data);
     auto ended = close(again ? Outcome::restarted : Outcome::incomplete, logged.time);

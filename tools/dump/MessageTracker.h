@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-/// What became of one attempt to send a message.
+/// The outcome of one attempt to send a message.
 enum class Outcome {
     acknowledged,
     refused,   ///< The peer answered code 0 or 2.
@@ -26,11 +26,11 @@ struct TrackedMessage {
 /// Follows the messages of one id and the answers of its peer.
 class MessageTracker {
 public:
-    /// Takes a frame of the sender that is no flow control. @return the attempt that it ends.
+    /// Takes a frame of the sender other than a flow control. @return the attempt that it ends.
     std::optional<TrackedMessage> data(const LoggedFrame& logged);
     /// Takes a flow control of the peer. @return the attempt that it ends.
     std::optional<TrackedMessage> answer(const LoggedFrame& logged);
-    /// Ends the log. @return the attempt that is under way.
+    /// Call this at the end of the log. @return the attempt that is still in progress.
     std::optional<TrackedMessage> end() { return close(Outcome::incomplete, std::nullopt); }
 
 private:
@@ -41,7 +41,7 @@ private:
 
     bool underWay = false;    ///< An attempt has not ended yet.
     bool acknowledged = true; ///< The message has been acknowledged.
-    bool gap = false;         ///< A frame of the attempt is missing, so later ones are not taken.
+    bool gap = false;         ///< A frame of the attempt is missing, so later ones are ignored.
     int attemptsInRow = 0;    ///< As the sender counts them: a code 1 resets the count.
     unsigned int nextNumber = 0;
     CANTransportThread::TPCANMsg head{}; ///< First frame of the message.

@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::size_t mostFramesKept = 65536;
 
-/// In the answer of an endpoint only zeros follow the code; other traffic seldom looks like that.
+/// In the answer of an endpoint, only zeros follow the code; other traffic seldom looks like this.
 bool looksLikeAnAnswer(const LoggedFrame& logged)
 {
     const auto& data = logged.frame.data;
@@ -23,7 +23,7 @@ bool looksLikeAnAnswer(const LoggedFrame& logged)
 
 std::vector<FoundPair> PairFinder::take(const LoggedFrame& logged)
 {
-    if (frames.size() == mostFramesKept) { // and nobody answered any of them
+    if (frames.size() == mostFramesKept) { // and none of them has been answered
         frames.clear();
         stations.clear();
     }
@@ -66,7 +66,7 @@ bool PairFinder::fits(const Station& sender, const Station& answerer, flowcontro
         return sender.stage == Stage::firstFrame && unanswered;
     case CTP_FC_ACKNOWLEDGE:
         return (sender.stage == Stage::whole || sender.stage == Stage::unknown) && unanswered;
-    case CTP_FC_NOT_ACKNOWLEDGE: // a receiver whose time has run out sends it too, with no frame before
+    case CTP_FC_NOT_ACKNOWLEDGE: // a receiver also sends it at a timeout, without a frame before it
         return sender.stage != Stage::silent;
     case CTP_FC_NOT_READY_TO_RECEIVE:
         break;
@@ -92,7 +92,7 @@ void PairFinder::answer(const std::string& name, flowcontrol_t code)
     }
 }
 
-/// Pairs each station that has one candidate left. That can leave one to another station.
+/// Pairs each station that has one candidate left. After that, another station may have only one left.
 void PairFinder::settle(std::vector<FoundPair>& found)
 {
     const auto certain = [](const auto& entry) { return entry.second.candidates.size() == 1; };

@@ -9,25 +9,26 @@
 #include <string>
 #include <vector>
 
-/// Two ids that talk to each other, and all frames of both so far, in order.
+/// Two ids that communicate with each other, and all frames of both so far, in order.
 struct FoundPair {
     std::string sender; ///< Its frame was answered.
     std::string answerer;
     std::vector<LoggedFrame> frames;
 };
 
-/// Finds out who answers whom on one bus. Takes the frames of all ids that have no peer yet.
+/// Finds out which id answers which on one bus. Takes the frames of all ids that have no peer yet.
 ///
-/// An answer can go to an id that has sent a frame since the previous answer of the same peer, if the code
-/// fits: 1 follows a first frame, 3 a whole message. While several ids are possible, the frames are kept;
-/// each further answer leaves fewer ids, until one is left.
+/// An answer may belong to an id that has sent a frame since the previous answer of the same peer, if the
+/// code fits: 1 follows a first frame, 3 a whole message. While several ids are possible, the frames are
+/// kept. Each further answer leaves fewer ids, until one is left.
 class PairFinder {
 public:
     /// Takes a frame. @return the pairs that are certain since this frame.
     std::vector<FoundPair> take(const LoggedFrame& logged);
-    /// Ends the log. @return the pairs that are still uncertain, guessed by the order of frames.
+    /// Call this at the end of the log. @return the pairs that are still uncertain, guessed from the order of
+    /// frames.
     std::vector<FoundPair> guess();
-    /// @return the frames that are left after guess(): those of ids without a peer.
+    /// @return the frames that are left after guess(): frames of ids without a peer.
     const std::deque<LoggedFrame>& rest() const { return frames; }
 
 private:
@@ -35,7 +36,7 @@ private:
     enum class Stage { silent, firstFrame, burst, whole, unknown };
     struct Station {
         Stage stage = Stage::silent;
-        std::size_t missing = 0;      ///< Bytes of its message that are still to come.
+        std::size_t missing = 0;      ///< Bytes of its message that have not arrived yet.
         std::uint64_t sentAt = 0;     ///< Number of its last frame of a message.
         std::uint64_t answeredAt = 0; ///< Number of its last answer.
         Names candidates;             ///< Ids that it may have answered.
@@ -50,5 +51,5 @@ private:
 
     std::map<std::string, Station> stations;
     std::deque<LoggedFrame> frames;
-    std::uint64_t number = 0; ///< Of the frame that was taken last.
+    std::uint64_t number = 0; ///< Number of the last frame.
 };

@@ -19,15 +19,15 @@ the frame that ends a message it prints the whole message and its outcome: ackno
 refused, by code 0 or 2; restarted, that is, sent again before an answer; or incomplete.
 )",
     "[-s ID -d ID] [--ladder] [--stats] [FILE]",
-    R"(Without -s and -d all ids are followed, and the log has to show who answers whom: an
-answer belongs to an id that waits for it, a ready to one that has sent a first frame, an
-acknowledge to one that has sent a whole message. While several ids wait, the next
-answers decide, and the lines of messages appear after that; what is still open at the
-end of the log is decided by the order of frames. A pair of ids, once found, stays a
-pair. If other traffic shares the bus, name the two ids.
+    R"(Without -s and -d all ids are followed, and the log has to show which id answers which: an
+answer belongs to an id that waits for it, a ready answer to an id that has sent a first
+frame, an acknowledgement to an id that has sent a whole message. While several ids wait,
+the next answers decide, and the lines of messages appear later. What is still open at the
+end of the log is decided by the order of frames. A pair of ids, once found, stays a pair.
+If other traffic shares the bus, name the two ids.
 
-Ids are hexadecimal; those of 8 digits have 29 bits. Frames of a second interface carry
-its name: can1:123. Times need the stamps of candump -L, or of -t a, z or A; those of
+Ids are hexadecimal; ids of 8 digits have 29 bits. Frames of a second interface are shown
+with its name: can1:123. Times need the stamps of candump -L, or of -t a, z or A; those of
 -t d do not work. Ctrl-C ends the input; everything known by then is printed.
 
 Exit status: 0 success; 1 no frame in the input; 2 wrong arguments; 3 the input cannot be
@@ -74,7 +74,7 @@ bool readLine(LineInput& input, std::string& line)
     return read;
 }
 
-/// Flushes each line: somebody may be watching a live bus through a pipe.
+/// Flushes each line: a user may be watching a live bus through a pipe.
 void print(const std::string& line)
 {
     if (!(std::cout << line << '\n' << std::flush)) {
@@ -126,7 +126,7 @@ int dumpUntilNobodyReads(const DumpOptions& options)
     try {
         return dump(options);
     } catch (const std::system_error& error) {
-        if (error.code() == std::errc::broken_pipe) { // the reader has seen enough
+        if (error.code() == std::errc::broken_pipe) { // the reader has ended: not an error
             return Tool::exitFine;
         }
         throw;

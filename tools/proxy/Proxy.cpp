@@ -20,13 +20,13 @@
 
 namespace {
 
-// Only send() shows whether the queue of an interface has room: poll() reports a socket as writable even
-// after it has refused a frame.
+// Only send() shows whether the interface's queue has room: poll() reports a socket as writable even after it
+// has refused a frame.
 constexpr std::chrono::microseconds shortestPause{200};
 constexpr std::chrono::microseconds longestPause{2000};
 
-/// How long the last frames of a client that has gone wait for a bus that takes none. They are useless to
-/// a peer that appears later, and on a bus where nobody acknowledges frames the program would never end.
+/// How long the proxy tries to send the last frames of a client that has gone. They are useless to a peer that
+/// appears later, and on a bus where no node acknowledges frames the program would never end.
 constexpr std::chrono::seconds patience{2};
 
 constexpr int mostAtOnce = 100; ///< Frames that are sent before any is received.
@@ -127,7 +127,7 @@ Proxy::Next Proxy::sendFrames()
     return {Pause::zero(), true};
 }
 
-/// @return false if the interface takes none now.
+/// @return false if the interface has no room now.
 bool Proxy::send(const can_frame& frame)
 {
     const CANSocket::Result result = bus.send(frame);
@@ -173,7 +173,7 @@ std::optional<can_frame> Proxy::nextThroughGate(Clock::time_point now)
         std::copy_n(frame->data, frame->can_dlc, own.data);
         gate->fromEndpoint(own, now);
     }
-    // An output that has frames may hold no more; it is written first.
+    // An output that already has frames may have no room for another; it is written first.
     if (const auto answer = output.isEmpty() ? gate->released(now) : std::nullopt) {
         output.add(toCANFrame(*answer));
     }
@@ -266,7 +266,7 @@ void Proxy::handleInput()
     inputEnded = input.read() == -1 || (input.atEnd() && isEndOfInput(STDIN_FILENO));
 }
 
-/// A client that has gone has closed both ends. What it wrote before is still sent.
+/// If the client has also closed its end of stdin, it has gone: what it wrote before is still sent.
 void Proxy::handleOutput(bool broken)
 {
     const int error = broken ? EPIPE : output.write();

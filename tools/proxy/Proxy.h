@@ -16,14 +16,14 @@
 #include <linux/can.h>
 #include <unistd.h>
 
-/// Carries frames from stdin to the bus and from the bus to stdout. Neither direction blocks the other: a
-/// full queue of the interface stops only the reading of stdin, a full stdout only that of the bus.
+/// Carries frames from stdin to the bus and from the bus to stdout. Neither direction blocks the other: if
+/// the interface's queue is full, only stdin is not read; if stdout is full, only the bus is not read.
 class Proxy {
 public:
     Proxy(CANSocket& socket, const Signals& signalSource, bool withGate);
 
     /// Runs until stdin has ended and all frames are sent, or until SIGINT or SIGTERM. When the client has
-    /// closed both ends, the last frames are tried for a limited time only.
+    /// closed both ends, the proxy tries to send its last frames for a limited time only.
     /// @throws Tool::Failure
     void run();
     /// Prints the counters on stderr, in one line.
@@ -33,7 +33,7 @@ private:
     using Clock = std::chrono::steady_clock;
     using Pause = std::chrono::microseconds;
 
-    /// When to go on with sending.
+    /// When to continue sending.
     struct Next {
         std::optional<Pause> pause; ///< None: when something arrives.
         bool takesInput = true;
@@ -60,9 +60,9 @@ private:
     RecordOutput output{STDOUT_FILENO};
     std::optional<CANTransportGate> gate;
     std::optional<can_frame> unsent; ///< Refused by the full queue; sent before all others.
-    std::vector<can_frame> received; ///< Kept for its memory.
+    std::vector<can_frame> received; ///< A member to reuse its memory.
     Pause pause;
-    std::optional<Clock::time_point> refusedSince; ///< When `unsent` was refused first.
+    std::optional<Clock::time_point> refusedSince; ///< When the queue first refused the next frame.
     bool inputEnded = false;                       ///< Noticed only when nothing is left to send.
     bool outputClosed = false;
     bool stopped = false;

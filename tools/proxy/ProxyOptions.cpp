@@ -18,7 +18,7 @@ std::optional<can_filter> parseFilter(std::string_view text)
     if (!id || !mask || *mask > highest) {
         return std::nullopt;
     }
-    // With both flags in the mask, an id of 11 bits matches neither one of 29 bits nor a remote frame.
+    // With both flags in the mask, an 11-bit id matches neither a 29-bit id nor a remote frame.
     return can_filter{*id, *mask | CAN_EFF_FLAG | CAN_RTR_FLAG};
 }
 
@@ -39,8 +39,8 @@ void addAccept(CLI::App& app, ProxyOptions& options)
     };
     app.add_option_function<std::vector<std::string>>(
            "--accept", store,
-           "Pass only frames with this id; of the id, the bits of the mask\n"
-           "count (both hexadecimal; an id of 8 digits has 29 bits).\n"
+           "Pass only frames with this id. With a mask, only its bits of the\n"
+           "id count. Both are hexadecimal; an id of 8 digits has 29 bits.\n"
            "Can be repeated (default: all ids)")
         ->type_name("ID[:MASK]")
         ->allow_extra_args(false);

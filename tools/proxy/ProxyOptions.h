@@ -9,7 +9,7 @@
 struct ProxyOptions {
     std::string interface;
     std::vector<can_filter> accepted; ///< Data frames that pass; empty: all.
-    bool gate = false;                ///< Between an endpoint on stdin and stdout, and the bus.
+    bool gate = false;                ///< Pass frames through a CANTransportGate.
     bool quiet = false;
 };
 

@@ -14,17 +14,17 @@ namespace {
 constexpr Tool::Description description{
     proxyName,
     R"(Carries CAN frames between an interface and stdin and stdout, where each frame is a
-serialised trace message. While the interface has no room, stdin waits; no frame is lost,
-repeated or reordered.
+serialised trace message. While the interface has no room, stdin is not read; no frame is
+lost, repeated or reordered.
 )",
     "[--accept ID[:MASK]]... [--gate] [--quiet] IFACE",
     R"(Only data frames of classic CAN pass. The proxy prints its counters on stderr when it gets
 SIGUSR1 and when it ends.
 
-Exit status: 0 stdin has ended and all frames are sent, or a signal came; 1 any other
-failure; 2 wrong arguments; 3 no such interface, or no CAN here; 4 the interface is down
-or gone; 5 nobody reads stdout any more, or the client has gone and the interface does
-not take its last frames.
+Exit status: 0 stdin has ended and all frames are sent, or a signal arrived; 1 any other
+failure; 2 wrong arguments; 3 no such interface, or no CAN in this kernel; 4 the interface
+is down or gone; 5 stdout has no reader, or the client has gone and the interface does not
+take its last frames.
 
 Example, a message to a device on the bus of another machine:
   velkcan-send -s 123 -d 321 -D 20 'exec:ssh gateway velkcan-proxy --accept 321 can0'

@@ -10,9 +10,9 @@ namespace {
 
 constexpr Tool::Description description{
     "velkcan-recv",
-    R"(Prints messages from a peer on a CAN bus, each as a line of hexadecimal bytes; without
-other options, one message. The peer gets an acknowledgement when a message has arrived.
-Up to 1024 messages wait to be printed; those not printed by the end are lost.
+    R"(Prints messages from a peer on a CAN bus, each as a line of hexadecimal bytes. Without
+other options it prints one message. The peer gets an acknowledgement when a message has
+arrived. Up to 1024 messages wait to be printed; those not printed by the end are lost.
 )",
     "-s ID -d ID [options] BUS",
     R"(Exit status: 0 all messages arrived; 1 timeout; 2 wrong arguments; 3 no bus; 4 the output

@@ -46,7 +46,7 @@ std::string nameOf(char given)
 MessageSource::Bytes MessageSource::fromHex(std::istream& stream)
 {
     Bytes bytes;
-    std::string digits; ///< Of the current byte.
+    std::string digits; ///< Digits of the current byte.
     std::size_t position = 1;
     for (char next = 0; bytes.size() <= longest && stream.get(next); ++position) {
         if (std::isxdigit(static_cast<unsigned char>(next)) != 0) {

@@ -6,7 +6,7 @@
 #include <istream>
 #include <string>
 
-/// Sources of the message of velkcan-send. All return the message, of 1 to 4095 bytes.
+/// The sources of a message for velkcan-send. All return a message of 1 to 4095 bytes.
 /// @throws Tool::Failure
 namespace MessageSource {
 
@@ -14,7 +14,7 @@ using Bytes = CANTransportClient::Bytes;
 
 /// @return bytes given as pairs of hexadecimal digits; white space may separate the pairs.
 Bytes fromHex(std::istream& stream);
-/// @return all bytes as they are. @param name of the stream, for a complaint.
+/// @return all bytes as they are. @param name of the stream, for error messages.
 Bytes asTheyAre(std::istream& stream, const std::string& name);
 /// @return all bytes of the file.
 Bytes fromFile(const std::string& name);
