@@ -1,4 +1,4 @@
-// Prints the size of each exported class and the place of each field of CANTransportThread. Programs that
+// Prints the size of each exported class and the offset of each field of CANTransportThread. Programs that
 // derive from it or hold one by value are compiled against these numbers.
 
 #include "velk/BufferMismatchException.h"

@@ -15,8 +15,8 @@ install(FILES ${PROJECT_BINARY_DIR}/velkcantransportConfig.cmake
               ${PROJECT_BINARY_DIR}/velkcantransportConfigVersion.cmake
         DESTINATION ${velk_package_dir})
 
-# Relative to the .pc file itself: an installed tree may be moved, and the prefix may be chosen only
-# when it is installed.
+# Relative to the .pc file itself: an installed tree may be moved, and the prefix may be set as late as
+# at the installation.
 set(velk_pc_dir ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH VELK_PC_PREFIX ${velk_pc_dir} ${CMAKE_INSTALL_PREFIX})
 file(RELATIVE_PATH VELK_PC_INCLUDEDIR ${velk_pc_dir} ${CMAKE_INSTALL_FULL_INCLUDEDIR})

@@ -1,4 +1,4 @@
-# The man pages are made from --help.
+# The man pages are generated from --help.
 find_program(HELP2MAN help2man)
 if(NOT HELP2MAN)
   message(STATUS "help2man is missing: no man pages")

@@ -1,4 +1,4 @@
-# Extracts the first C++ block of a Markdown page, so that the example is built as the page shows it.
+# Extracts the first C++ block of a Markdown page, so that the build compiles exactly that example.
 # As a script: cmake -D PAGE=... -D SOURCE=... -P ReadmeExample.cmake
 function(velk_extract_example page source)
   file(READ ${page} text)

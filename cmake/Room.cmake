@@ -1,5 +1,5 @@
-# velk_room(NAME SEES ROOM... SOURCES FILE...): the sources of one folder, compiled with the headers of the
-# rooms that it may call and no others. They become part of the library.
+# velk_room(NAME SEES ROOM... SOURCES FILE...): adds the sources of one folder to the library. They are
+# compiled only with the headers of the rooms that they may call.
 set_property(GLOBAL PROPERTY VELK_HEADERS_OF_include ${PROJECT_SOURCE_DIR}/include)
 set_property(GLOBAL PROPERTY VELK_HEADERS_OF_platform ${PROJECT_SOURCE_DIR}/platform/include)
 
@@ -14,7 +14,7 @@ function(velk_room name)
   add_library(velk_room_${name} OBJECT ${room_SOURCES})
   target_include_directories(velk_room_${name} PRIVATE ${include_dirs})
   target_link_libraries(velk_room_${name} PRIVATE velk_options Threads::Threads)
-  # Calls inside the library are bound when it is linked; nobody interposes a function.
+  # Calls inside the library are bound at link time; interposing its functions is not supported.
   target_compile_options(velk_room_${name} PRIVATE -fno-semantic-interposition)
   set_target_properties(velk_room_${name} PROPERTIES
     POSITION_INDEPENDENT_CODE ON

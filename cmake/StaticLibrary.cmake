@@ -1,6 +1,5 @@
-# The library as an archive, for tests that a shared library does not allow: a program's own millisleep()
-# replaces the one in it, the linker can wrap its calls, and checkInvariants() is active in every build
-# type.
+# The library as an archive, for tests that are impossible with a shared library: a program's own millisleep()
+# replaces the library's, the linker can wrap its calls, and checkInvariants() is active in every build type.
 get_property(sources GLOBAL PROPERTY VELK_LIBRARY_SOURCES)
 add_library(velk_static STATIC ${sources})
 target_compile_features(velk_static PUBLIC cxx_std_17)

@@ -1,5 +1,5 @@
 # Shared by the commands in this folder and CI; sourced, not run.
-# Notes go to stderr: stdout is for the program that runs at the end.
+# Messages go to stderr: stdout is for the program that runs at the end.
 
 unset CDPATH
 root=$(cd -- "$(dirname -- "$(readlink -f -- "${BASH_SOURCE[0]}")")/.." && pwd -P)
@@ -25,8 +25,8 @@ hasHeader() {
     printf '#if !__has_include(<%s>)\n#error\n#endif\n' "$1" | "${CXX:-c++}" -E -x c++ -
 }
 
-# isThere PACKAGE: looks for the tool or header instead of the package. One that was installed another way
-# will do, and the test also works without dpkg.
+# isThere PACKAGE: looks for the tool or header instead of the package. So it also finds one that was
+# installed in another way, and works without dpkg.
 isThere() {
     case $1 in
         g++) command -v "${CXX:-c++}" ;;
@@ -51,8 +51,8 @@ missingOf() {
 aptInstall() {
     local -a asRoot=() apt=(env DEBIAN_FRONTEND=noninteractive apt-get -qq -o DPkg::Lock::Timeout=300)
     [ "$(id -u)" -eq 0 ] || asRoot=(sudo)
-    # Old lists may be good enough, so only the installation decides.
-    "${asRoot[@]}" "${apt[@]}" update || say "apt-get update failed, continuing with the lists at hand"
+    # Old package lists may be good enough, so only the installation decides.
+    "${asRoot[@]}" "${apt[@]}" update || say "apt-get update failed, continuing with the old package lists"
     "${asRoot[@]}" "${apt[@]}" install -y --no-install-recommends "$@"
 }
 
@@ -78,11 +78,11 @@ needPackages() {
     exit 1
 }
 
-# configure PRESET [CMAKE ARGUMENT...]: into build/PRESET.
+# configure PRESET [CMAKE ARGUMENT...]: configures build/PRESET.
 configure() {
     local preset=$1 dir=$root/build/$1
     shift
-    # A build folder that was copied with the tree still points at the original.
+    # A build folder that was copied together with the tree still refers to the original tree.
     if [ -f "$dir/CMakeCache.txt" ] &&
         ! grep -qxF "CMAKE_HOME_DIRECTORY:INTERNAL=$root" "$dir/CMakeCache.txt"; then
         rm -rf -- "$dir"

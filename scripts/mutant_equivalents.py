@@ -6,7 +6,7 @@ from mutants import squeezed
 
 
 class Equivalents:
-    """The mutants that change nothing observable, by text: the numbers of lines change too often."""
+    """The mutants that change nothing observable, by text: line numbers change too often."""
 
     def __init__(self, root):
         self.root = root

@@ -12,14 +12,14 @@ import threading
 import time
 from dataclasses import dataclass
 
-# Optimised: then many mutants without effect have the code of the original. Assertions stay on.
+# Optimised, so that many mutants without effect have the same code as the original. Assertions stay on.
 CONFIGURATION = [
     "-DCMAKE_BUILD_TYPE=None",
     "-DCMAKE_CXX_FLAGS=-O2",
     "-DVELK_SHORT_TESTS=ON",
-    # A change in a shared library links that library only.
+    # After a change in a shared library, only that library is linked.
     "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON",
-    # A build runs no mutant: nothing limits a process there.
+    # The build must not run a mutant, because nothing limits it there.
     "-DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST",
     "-DHELP2MAN=OFF",
 ]
@@ -36,7 +36,7 @@ class Stage:
     name: str
     target: str
     arguments: tuple
-    isStatic: bool = False  # linked with the archive: a change of a shared library is not in it
+    isStatic: bool = False  # linked with the archive, so it does not use the shared libraries
 
     def command(self, tree):
         if self.target == "all":
@@ -44,7 +44,7 @@ class Stage:
         return [str(tree.bin / self.target), *self.arguments]
 
 
-# The fast ones first. "programs" is all but GoogleTest's tests, whose names have a dot.
+# The fast ones first. "programs" runs all tests except GoogleTest's, whose names have a dot.
 SLOW_UNITS = "Threads.*:Client.*"
 STAGES = [
     Stage("units", "velk-tests", ("--gtest_fail_fast", f"--gtest_filter=-{SLOW_UNITS}")),
@@ -57,7 +57,7 @@ STAGES = [
 ]
 
 FAILURES = [
-    re.compile(r"\[  FAILED  \] (\S+?),? "),  # of a test's end
+    re.compile(r"\[  FAILED  \] (\S+?),? "),  # at the end of a test
     re.compile(r"\[ RUN      \] (\S+)\n(?!.*\[       OK \])", re.DOTALL),  # the last, at a crash
     re.compile(r"Test +#\d+: (\S+) .*\*\*\*"),
     re.compile(r"Start +\d+: (\S+)\n(?!.*Test +#)", re.DOTALL),
@@ -72,7 +72,7 @@ runningLock = threading.Lock()
 
 
 def stopAll():
-    """Ends all tests, and lets no other one start: the lock is kept."""
+    """Ends all tests. Keeps the lock, so that no other test starts."""
     runningLock.acquire()
     for process in running:
         kill(process)
@@ -86,7 +86,7 @@ def kill(process):
 
 
 def isolation():
-    """@return words to put before a command, so that all its processes end with it."""
+    """@return a prefix for a command, so that all its processes end with it."""
     for user in ([], ["--user", "--map-root-user"]):
         command = ["unshare", *user, "--pid", "--fork", "--kill-child", "--mount-proc"]
         try:
@@ -94,11 +94,11 @@ def isolation():
                 return command
         except FileNotFoundError:
             break
-    return []  # then only those in its process group do
+    return []  # then only its process group ends with it
 
 
 def limited(command, seconds):
-    """A shell leads the namespace: its first process would ignore most signals, even an abort."""
+    """A shell leads the namespace: the first process in it ignores most signals, even an abort."""
     script = (
         f"ulimit -c 0 && ulimit -s {STACK_KIB} && ulimit -v {MEMORY_KIB} && "
         f'ulimit -f {FILE_BLOCKS} && ulimit -t {int(seconds) * 2 + 1} && "$@"; exit $?'
@@ -119,7 +119,7 @@ class Tree:
         self.bin = self.build / "bin"
         self.temporary = folder / "tmp"
         folder.mkdir(parents=True, exist_ok=True)
-        self.lock = open(folder / "lock", "w")  # for as long as this object lives
+        self.lock = open(folder / "lock", "w")  # held as long as this object lives
         try:
             fcntl.flock(self.lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
         except BlockingIOError:
@@ -127,7 +127,7 @@ class Tree:
         self.original = {}  # the digest of each stage without a mutant
 
     def prepare(self):
-        """Copies what has changed and builds it."""
+        """Copies changed files and builds them."""
         wanted = set(self.sources())
         self.source.mkdir(exist_ok=True)
         for path in [path for path in self.source.rglob("*") if not path.is_dir()]:
@@ -135,7 +135,7 @@ class Tree:
                 path.unlink()
         for file in wanted:
             old, new = self.root / file, self.source / file
-            # Without its time: what replaces a mutant has to be newer than the mutant's objects.
+            # With a new time: the file that replaces a mutant has to be newer than its objects.
             if not new.exists() or not filecmp.cmp(old, new, shallow=False):
                 new.parent.mkdir(parents=True, exist_ok=True)
                 shutil.copyfile(old, new)
@@ -154,7 +154,7 @@ class Tree:
         command = ["cmake", "-S", self.source, "-B", self.build, "-G", "Ninja", *CONFIGURATION]
         command += [f"-DCMAKE_RUNTIME_OUTPUT_DIRECTORY={self.bin}"]
         if subprocess.run(command, capture_output=True).returncode != 0:
-            shutil.rmtree(self.build, ignore_errors=True)  # of a tree that has been moved
+            shutil.rmtree(self.build, ignore_errors=True)  # it may be from a tree that was moved
             subprocess.run(
                 command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=True
             )
@@ -167,7 +167,7 @@ class Tree:
         return result.returncode == 0
 
     def digest(self, stage):
-        """@return hashes of the programs and libraries that a stage runs."""
+        """@return hashes of the programs and libraries that a stage uses."""
         isOne = stage.target != "all"
         programs = [self.bin / stage.target] if isOne else sorted(self.bin.iterdir())
         libraries = [] if stage.isStatic else sorted(self.build.rglob("lib*.so"))
@@ -193,7 +193,7 @@ class Tree:
         except subprocess.TimeoutExpired:
             status = None
         finally:
-            kill(process)  # and what it left
+            kill(process)  # also processes that it left behind
             process.wait()
             with runningLock:
                 running.discard(process)
@@ -216,7 +216,7 @@ class Tests:
         self.limits = dict.fromkeys(STAGES, 0)
 
     def measure(self, tree):
-        """Takes the limits from a run without a mutant. @return its failure, or None."""
+        """Sets the limits from a run without a mutant. @return its failure, or None."""
         for stage in STAGES:
             failure, seconds = tree.test(stage, 3600)
             if failure:
@@ -226,7 +226,7 @@ class Tests:
         return None
 
     def judge(self, tree, mutant):
-        """@return the verdict on a mutant, and what gave it."""
+        """@return the verdict on a mutant, and the failed test."""
         path = tree.source / mutant.file
         original = path.read_text()
         path.write_text(mutant.source)

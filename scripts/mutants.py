@@ -1,4 +1,4 @@
-"""What can be changed in a C++ source, one token or statement at a time; used by scripts/mutate.
+"""Finds the possible changes of a C++ source, one token or statement at a time; used by scripts/mutate.
 
 The source is split into tokens, not parsed. A wrong guess gives a mutant that does not compile, and
 such a mutant is not counted.
@@ -19,7 +19,7 @@ TOKEN = re.compile(
     re.VERBOSE | re.DOTALL | re.MULTILINE,
 )
 
-# Only where spaces surround it, as the format has none around a reference, a pointer or a bracket.
+# Only with spaces on both sides: clang-format puts none around a reference, a pointer or a bracket.
 BINARY = {
     "==": ["!="], "!=": ["=="],
     "<": ["<=", ">="], ">=": [">", "<"], ">": [">=", "<="], "<=": ["<", ">"],
@@ -31,7 +31,7 @@ BINARY = {
 ANYWHERE = {
     "++": ["--"], "--": ["++"], "!": [""],
     "true": ["false"], "false": ["true"],
-    # These bind less than almost any condition before them.
+    # The new operators bind less tightly than almost any condition before them.
     "?": ["|| true ?", "&& false ?"],
 }  # fmt: skip
 
@@ -55,13 +55,13 @@ class Mutant:
     file: str
     line: int
     kind: str
-    function: str  # the last line before it that is not indented, as in a diff
+    function: str  # the last unindented line before it, as in a diff
     before: str
     after: str
     source: str  # of the whole file
 
     def key(self):
-        """What identifies it for as long as its lines stay as they are."""
+        """@return its identity, which holds as long as its lines do not change."""
         return self.file, squeezed(self.before), squeezed(self.after)
 
     def diff(self):
@@ -81,7 +81,7 @@ def mutantsOf(file, source):
 
 
 def mutantAt(file, source, start, end, new, kind):
-    # With as many lines as before, as an assertion's text has the number of its line.
+    # With as many lines as before, because the text of an assertion contains its line number.
     new += "\n" * source.count("\n", start, end)
     first = source.rfind("\n", 0, start) + 1
     last = source.find("\n", end)
@@ -147,7 +147,7 @@ class Changes:
         return self.source[token.start() - 1].isspace() and self.source[token.end()].isspace()
 
     def writesText(self, position):
-        """Whether a `<<` is a stream's."""
+        """@return whether a `<<` belongs to a stream."""
         if self.texts[position] not in ("<<", ">>"):
             return False
         first = position
@@ -167,7 +167,7 @@ class Changes:
                 yield f"{prefix}{other:X}{suffix}" if prefix else f"{other}{suffix}"
 
     def isArraySize(self, position):
-        """Whether a declaration has it as its size: one element more or less hardly ever shows."""
+        """@return whether it is the array size in a declaration: one more or less hardly ever shows."""
         if self.textAt(position - 1) != "[" or position < 3:
             return False
         word = self.tokens[position - 3]
@@ -255,7 +255,7 @@ class Changes:
         return self.texts[first] == "return" and last > first + 1
 
     def isUsedAfter(self, name, last):
-        """Whether the rest of the block uses a variable. If not, its lifetime is its effect."""
+        """@return whether the rest of the block uses a variable. If not, its lifetime is its effect."""
         depth = 0
         for text in self.texts[last + 1 :]:
             depth += (text == "{") - (text == "}")

@@ -7,7 +7,7 @@
 
 #include <algorithm>
 
-/// Gives access to the passes of the loop.
+/// Access to the passes of the loop.
 struct CANTransportThreadAccess {
     static int inputOf(const CANTransportThread& endpoint) { return endpoint.inputPipe[0]; }
     static void pass(CANTransportThread& endpoint, DescriptorSet& input) { endpoint.pass(input); }
@@ -18,14 +18,14 @@ struct CANTransportThreadAccess {
     }
 };
 
-/// An endpoint whose loop runs on the calling thread, one pass for each input: its cost can be counted and
+/// An endpoint whose loop runs on the calling thread, one pass for each input. Its cost can be counted and
 /// repeats exactly.
 class HandDriven : public CANTransportThread {
 public:
     HandDriven() : input(openPipes()) { setConnection(proxy.ends[1]); }
 
-    /// Carries a request, the ready answer and the acknowledgement. `burst` makes the pass after the ready
-    /// answer; its frames are read afterwards.
+    /// Sends a message: passes for the request, the ready answer and the acknowledgement. `burst` runs the
+    /// pass after the ready answer; its frames are read afterwards.
     template <typename Burst> void send(const Records::Bytes& request, Burst burst)
     {
         const std::size_t count = Records::frameCount(request.size() - Records::messageHeader);

@@ -7,12 +7,12 @@
 
 #include <unistd.h>
 
-/// Shared by the programs that measure.
+/// Shared by the benchmark programs.
 namespace Program {
 
 constexpr int beyondLimit = 4; ///< Exit code.
 
-/// Ends the program. For a failure that would make a row measure something else.
+/// Ends the program. For failures after which a row would measure something else.
 [[noreturn]] inline void fail(const char* reason)
 {
     std::fflush(stdout);

@@ -17,7 +17,7 @@ using Bytes = std::vector<unsigned char>;
 constexpr std::size_t longestMessage = CANTransportFrame::maxMessageLength;
 /// Size of the record of a frame.
 constexpr std::size_t frameSize = TraceRecord::frameSize(CANTransportFrame::dataBytes);
-/// Position of the data bytes in it.
+/// Offset of the data bytes in it.
 constexpr std::size_t frameData = TraceRecord::headerSize + TraceRecord::frameDataOffset;
 /// Bytes before the message, in the record of a request or of a delivered message.
 constexpr std::size_t messageHeader = TraceRecord::transportSize(0);
@@ -42,7 +42,7 @@ inline Bytes request(std::size_t size)
     return bytesOf(CANTransportTraceMessage(Bytes(size, 0x55)));
 }
 
-/// @return the record of a frame with this head; all other data bytes are 0.
+/// @return the record of a frame with these first two bytes; all other data bytes are 0.
 inline Bytes frame(CANTransportFrame::framekind_t kind, std::size_t lowNibble,
                    std::size_t second = 0)
 {
@@ -72,7 +72,7 @@ inline Bytes frames(std::size_t size)
     return all;
 }
 
-/// Writes the bytes, in one write.
+/// Writes the bytes in one write.
 inline void put(int descriptor, const unsigned char* bytes, std::size_t size)
 {
     if (::write(descriptor, bytes, size) != static_cast<ssize_t>(size)) {
@@ -85,7 +85,7 @@ inline void put(int descriptor, const Bytes& records)
     put(descriptor, records.data(), records.size());
 }
 
-/// Reads exactly `size` bytes, in one read.
+/// Reads exactly `size` bytes in one read.
 inline void take(int descriptor, std::size_t size)
 {
     unsigned char room[65536];

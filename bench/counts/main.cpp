@@ -11,7 +11,7 @@ namespace {
 
 struct Counters {
     double allocations;
-    double bytesInUse; ///< As the allocator rounds them up.
+    double bytesInUse; ///< With the rounding of the allocator.
     double selects;
     double reads;
     double writes;
@@ -21,9 +21,9 @@ thread_local Counters counters{};
 
 } // namespace
 
-// These replace the functions that the shared library calls, so the library is measured as it is shipped.
+// These functions replace those that the shared library calls, so the library is measured as it is shipped.
 
-[[gnu::noinline]] void* operator new(std::size_t size) // or g++ reports a mismatched delete
+[[gnu::noinline]] void* operator new(std::size_t size) // inlined, g++ reports a mismatched delete
 {
     void* block = std::malloc(size); // NOLINT(*-no-malloc)
     if (block == nullptr) {
@@ -58,7 +58,7 @@ COUNTED(writes, ssize_t, write, (int fd, const void* bytes, std::size_t size), (
 
 namespace {
 
-/// Two frames fewer, but long enough for all buffers to behave as with the longest.
+/// Two frames fewer than the longest message, but long enough that all buffers behave the same.
 constexpr std::size_t shorterMessage =
     longestMessage - 2 * std::size_t{CANTransportFrame::consecutiveFrameBytes};
 
@@ -81,8 +81,7 @@ Counters receiving(HandDriven& endpoint, std::size_t size)
     return during([&] { endpoint.receive(records, size); });
 }
 
-/// Memory that the buffer of an endpoint gives back does not matter here, so the frames arrive in portions
-/// that make it give back none.
+/// The worst case: the frames arrive in portions so small that the endpoint's buffer frees no memory.
 double bytesAtRest()
 {
     constexpr std::size_t framesKept = 13;
@@ -106,7 +105,7 @@ int main()
 {
     Program::startIdleThread();
     HandDriven endpoint;
-    sending(endpoint, longestMessage); // buffers that grow once grow here
+    sending(endpoint, longestMessage); // buffers that grow only once grow here
     receiving(endpoint, longestMessage);
     const auto perFrame = [&](Counters (*transfer)(HandDriven&, std::size_t)) {
         const double few = transfer(endpoint, shorterMessage).allocations;
@@ -120,7 +119,7 @@ int main()
     bool good = printFigure("allocations for a frame sent", sent, 1, 0);
     good &= printFigure("allocations for a frame received", received, 1, 1);
     good &= printFigure("allocations for a message delivered", delivered, 3, 2);
-    // Without the write that hands in the frames and the reads that take the output.
+    // Less the write that supplies the frames and the reads that take the output.
     good &= printFigure("select for 586 frames received", message.selects, 1, 1);
     good &= printFigure("read for 586 frames received", message.reads - 2, 2, 2);
     good &= printFigure("write for 586 frames received", message.writes - 1, 3, 3);

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-/// Carries MESSAGES messages of 4095 bytes in one direction, with hardly any work of its own.
+/// Carries MESSAGES messages of 4095 bytes in one direction, with almost no work of its own.
 int main(int count, char** arguments)
 {
     if (count != 3) {

@@ -28,10 +28,10 @@ struct EnginePair {
 std::unique_ptr<EnginePair> endpoints();
 
 /// @return the floor: two threads with the same system calls in the same order, for messages of exactly
-/// that size. A wakeup is one select, with a timer where an endpoint has one, one read of the available
-/// bytes, and one read that finds nothing. A frame is one write from a prepared record, and one memcpy of
-/// its data on each side, always of the data bytes of a full frame. No allocation, no lock, no check of the
-/// input. The threads live until the program ends.
+/// `size` bytes. A wakeup is one select, with a timeout where an endpoint has one, one read of the available
+/// bytes, and one read that finds nothing. A frame is one write of a prepared record, and on each side one
+/// memcpy of the data bytes of a full frame. No allocation, no lock, no check of the input. The threads run
+/// until the program ends.
 std::unique_ptr<EnginePair> bareEngines(std::size_t size);
 
 /// Carries one message through all pairs at the same time, `rounds` times; each message is acknowledged

@@ -14,7 +14,7 @@ using namespace Records;
 
 namespace {
 
-/// Each call returns the CPU seconds of one message or burst.
+/// Each call returns the CPU seconds for one message or burst.
 using Side = std::function<double()>;
 
 double medianOf(std::vector<double> values)
@@ -24,7 +24,7 @@ double medianOf(std::vector<double> values)
     return *middle;
 }
 
-/// Measures floor and subject in turn, block by block, and swaps the order each time, so that a drift of
+/// Measures floor and subject alternately, block by block, and swaps the order each time, so that a drift of
 /// the machine affects both.
 void compare(benchmark::State& state, const Side& floor, const Side& subject)
 {
@@ -62,7 +62,7 @@ void add(const std::string& name, double frames, const Create& floor, const Crea
     benchmark::RegisterBenchmark(name.c_str(), run)->Iterations(blocks)->UseManualTime();
 }
 
-constexpr double trusted = 1.02; ///< If a floor differs more from itself, no ratio is valid.
+constexpr double trusted = 1.02; ///< If a floor differs from itself by more, no ratio is valid.
 
 void addWithFloor(const std::string& name, double frames, const Create& floor,
                   const Create& subject, double atMost, double aim, int blocks)
@@ -102,7 +102,7 @@ template <typename Action> double threadSeconds(Action action)
 }
 
 /// The pass of the loop that sends the 585 consecutive frames of a message of 4095 bytes: a select, two
-/// reads, and the writes to a pipe that nobody reads meanwhile. The pipe takes all of them, because the
+/// reads, and the writes to a pipe that is not read during the pass. The pipe takes all of them, because the
 /// kernel merges small writes on one page.
 Side burstOfFrames()
 {
@@ -114,7 +114,7 @@ Side burstOfFrames()
     };
 }
 
-/// Only the writes, of prepared records.
+/// Only the writes of prepared records.
 Side burstOfWrites()
 {
     return [pipe = std::make_shared<Pipe>(), records = frames(longestMessage)] {
@@ -128,7 +128,7 @@ Side burstOfWrites()
     };
 }
 
-/// Carries `messages` of that size, divided among `count` pairs of engines.
+/// Carries `messages` messages of `size` bytes, divided among `count` pairs of engines.
 Create transfers(std::size_t count, const std::function<std::unique_ptr<EnginePair>()>& create,
                  std::size_t size, long messages)
 {
@@ -161,7 +161,7 @@ void addAll()
     add("CPU time of a frame, 500 pairs / 1 pair", frames, pairs(1), pairs(500), 1.15, 1, 24);
 }
 
-/// 500 pairs have 4000 descriptors.
+/// 500 pairs need 4000 descriptors.
 void raiseDescriptorLimit()
 {
     rlimit limit{};
@@ -174,8 +174,8 @@ void raiseDescriptorLimit()
 
 } // namespace
 
-/// Prints the ratios of times, each with the CPU times of one message or burst. To be run on one CPU
-/// under the batch scheduler. Exits with 3 if the ratios are not valid.
+/// Prints the ratios of times, each with the CPU times of one message or burst. Run it on one CPU with the
+/// batch scheduler. Exits with 3 if the ratios are not valid.
 int main()
 {
     std::cout.setstate(std::ios_base::failbit); // no log lines between the rows
