@@ -127,7 +127,7 @@ expect "a bus that would replace a file" "3 300" "$("$bin/velkcan-bus" file 2>/d
 
 expect "a log in words" "123  [2]  SF len 1   41/123 -> 321  acknowledged, 1 byte  41/321  [1]  FC acknowledge/" \
     "$(printf '(1) can0 123#0141\nnothing\n(2) can0 321#33\n' | "$bin/velkcan-dump" 2>err | sort | tr '\n' /)"
-expect "the complaint about skipped lines" "velkcan-dump: skipped 1 line without a data frame of classic CAN" "$(cat err)"
+expect "the complaint about skipped lines" "velkcan-dump: skipped 1 line without a classic CAN data frame" "$(cat err)"
 
 # Each wrong argument: one line on stderr that names it, nothing on stdout, status 2.
 while read -r tool given arguments; do

@@ -36,7 +36,8 @@ Input readInput(const std::string& name)
         fail(input.name, error ? error.message() : "there is no such file");
     }
     if (!fs::is_regular_file(status)) {
-        fail(input.name, fs::is_directory(status) ? "it is a directory" : "it is no regular file");
+        fail(input.name,
+             fs::is_directory(status) ? "it is a directory" : "it is not a regular file");
     }
     errno = 0;
     std::ifstream stream(input.name, std::ios::binary);

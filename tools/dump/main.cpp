@@ -115,7 +115,7 @@ int dump(const DumpOptions& options)
     }
     if (skipped != 0) {
         Tool::complain(description,
-                       "skipped " + lines(skipped) + " without a data frame of classic CAN");
+                       "skipped " + lines(skipped) + " without a classic CAN data frame");
     }
     return Tool::exitFine;
 }

@@ -205,7 +205,7 @@ std::optional<can_frame> Proxy::nextFromInput()
             if (const auto frame = frameOf(record)) {
                 return frame;
             }
-            reject("a record that is no data frame of classic CAN");
+            reject("a record that is not a classic CAN data frame");
         } catch (const VelkException& error) {
             reject(error.what());
         }

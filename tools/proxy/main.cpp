@@ -18,7 +18,7 @@ serialised trace message. While the interface has no room, stdin is not read; no
 lost, repeated or reordered.
 )",
     "[--accept ID[:MASK]]... [--gate] [--quiet] IFACE",
-    R"(Only data frames of classic CAN pass. The proxy prints its counters on stderr when it gets
+    R"(Only classic CAN data frames pass. The proxy prints its counters on stderr when it gets
 SIGUSR1 and when it ends.
 
 Exit status: 0 stdin has ended and all frames are sent, or a signal arrived; 1 any other

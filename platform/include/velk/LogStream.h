@@ -13,8 +13,7 @@ class LogStream : public std::ostream {
 public:
     explicit LogStream(std::ostream& destination) : std::ostream(nullptr)
     {
-        imbue(
-            std::locale::classic()); // before rdbuf(), so that the other's buffer keeps its locale
+        imbue(std::locale::classic()); // before rdbuf(): the other's buffer keeps its locale
         rdbuf(destination.good() ? destination.rdbuf() : nullptr);
         if (destination.tie() != nullptr) {
             flushOther(*destination.tie());
