@@ -1,7 +1,5 @@
 #include "EndpointPort.h"
 
-#include "velk/CancellableScope.h"
-#include "velk/Millisleep.h"
 #include "velk/Pipe.h"
 #include "velk/TraceRecord.h"
 
@@ -11,161 +9,147 @@
 #include <cerrno>
 #include <functional>
 
-#include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 namespace {
 
-using TraceRecord::get;
-using TraceRecord::put;
+/// What the endpoint gets at once. All messages that so much input can complete fit the smallest pipe that
+/// the system gives, two pages.
+constexpr std::size_t portion = 4096;
 
-// The record of a status change on its way to the mover; no trace message uses this id.
-constexpr msgid_t statusId = 0x7FFF;
-constexpr std::size_t valueOffset = TraceRecord::headerSize + 4;
-constexpr std::size_t statusSize = valueOffset + 2;
-
-std::optional<TraceRecord::View> nextRecord(TraceMessageBuffer& buffer)
+Descriptor createOutput()
 {
-    TraceRecord::View record;
-    return buffer.getNextRecord(record) ? std::make_optional(record) : std::nullopt;
-}
-
-int bytesIn(int pipe)
-{
-    int count = 0;
-    return ioctl(pipe, FIONREAD, &count) == 0 ? count : 0;
-}
-
-} // namespace
-
-EndpointPort::Pipe::Pipe()
-{
-    if (!createPipe(ends)) {
-        throwErrno("no pipe for the endpoint", errno);
+    Descriptor file = aboveStandardStreams(Descriptor(memfd_create("velkcan", MFD_CLOEXEC)));
+    if (file.get() == -1) {
+        throwErrno("no memory file for the endpoint", errno);
     }
+    return file;
 }
 
-EndpointPort::Pipe::~Pipe() { closePipe(ends); }
-
-EndpointPort::EndpointPort(const CANTransportClient::Options& options, LogLimiter& log)
-    : endpoint(log.isActive() ? options.debugLevel : 0),
-      outputs(outputPipe.ends[0], nullptr),
-      messages(openEndpoint(log), nullptr)
-{
-    setNonBlocking(outputPipe.ends[0]);
-    setNonBlocking(messageEnd);
-    setNonBlocking(input);
-    endpoint.setConnection(outputPipe.ends[1]);
-    endpoint.setSendCANid(options.sendId);
-    std::function<void(CANTransportThread::statuschange_t, unsigned short)> delegate =
-        [this](CANTransportThread::statuschange_t status, unsigned short value) {
-            onStatus(status, value);
-        };
-    endpoint.setDelegate(delegate);
-    endpoint.start();
-}
-
-int EndpointPort::openEndpoint(LogLimiter& log)
+/// Opens the endpoint. @return the descriptor of its messages.
+int open(CANTransportThread& endpoint, LogLimiter& log, int& messageEnd, int& input)
 {
     endpoint.setLogSink(
         [&log](LogUtil::Level level, const std::string& line) { log.pass(level, line); });
     endpoint.open(messageEnd, input);
+    setNonBlocking(messageEnd);
+    setNonBlocking(input);
     return messageEnd;
 }
 
-EndpointPort::~EndpointPort() { endpoint.stop(); }
+} // namespace
+
+EndpointPort::EndpointPort(const CANTransportClient::Options& options, LogLimiter& log)
+    : output(createOutput()),
+      endpoint(log.isActive() ? options.debugLevel : 0),
+      messages(open(endpoint, log, messageEnd, input), nullptr)
+{
+    endpoint.setConnection(output.get());
+    endpoint.setSendCANid(options.sendId);
+    std::function<void(CANTransportThread::statuschange_t, unsigned short)> delegate =
+        [this](CANTransportThread::statuschange_t status, unsigned short value) {
+            changes.push_back({status, value});
+        };
+    endpoint.setDelegate(delegate);
+    endpointRun.emplace(endpoint);
+}
 
 void EndpointPort::addFrame(const Frame& frame)
 {
-    const std::size_t at = pending.size();
-    pending.resize(at + TraceRecord::frameSize(frame.len));
-    TraceRecord::encodeFrameRecord(&pending[at], {frame.canID, frame.len, frame.data, 0, 0, 0, 0});
+    const std::size_t at = added.size();
+    added.resize(at + TraceRecord::frameSize(frame.len));
+    TraceRecord::encodeFrameRecord(&added[at], {frame.canID, frame.len, frame.data, 0, 0, 0, 0});
 }
 
 void EndpointPort::addRequest(const Bytes& message)
 {
-    CANTransportTraceMessage(message).createByteArray(pending, true, true);
+    CANTransportTraceMessage(message).createByteArray(added, true, true);
 }
 
+bool EndpointPort::run()
+{
+    if (!allTaken()) {
+        return false;
+    }
+    if (isBehind()) {
+        feed();
+    } else if (!endpointRun->handleExpiry()) {
+        return false;
+    }
+    collect();
+    return true;
+}
+
+bool EndpointPort::allTaken() const
+{
+    return taken == frames.size() && changes.empty() && messages.empty();
+}
+
+/// The pipe is empty, so it takes the whole portion.
 void EndpointPort::feed()
 {
-    if (!isBehind()) {
-        return;
+    const std::size_t size = std::min(portion, added.size() - used);
+    if (write(input, &added[used], size) != static_cast<ssize_t>(size)) {
+        throwErrno("the endpoint takes no input", errno);
     }
-    const ssize_t written = write(input, &pending[used], pending.size() - used);
-    if (written > 0) {
-        used += static_cast<std::size_t>(written);
-    }
+    used += size;
     if (!isBehind()) {
-        pending.clear();
+        added.clear();
         used = 0;
     }
+    endpointRun->handleInput();
 }
 
-/// Runs on the endpoint's thread. A pipe takes so few bytes completely or not at all. If the pipe is full,
-/// a stop can interrupt the write.
-void EndpointPort::onStatus(CANTransportThread::statuschange_t status, unsigned short value) const
+/// Takes over what the endpoint has written. With each message it writes a frame for the bus, so where there is
+/// none there is no message.
+void EndpointPort::collect()
 {
-    unsigned char record[statusSize];
-    TraceRecord::encodeHeader(record, statusId, statusSize, 0);
-    put(record + TraceRecord::headerSize, static_cast<std::uint32_t>(status));
-    put(record + valueOffset, value);
-    const CancellableScope cancellable;
-    while (write(outputPipe.ends[1], record, sizeof record) == -1 && errno == EINTR) {
+    frames.clear();
+    taken = 0;
+    const off_t size = lseek(output.get(), 0, SEEK_CUR);
+    if (size <= 0) {
+        return;
     }
+    frames.resize(static_cast<std::size_t>(size));
+    if (pread(output.get(), frames.data(), frames.size(), 0) != size ||
+        lseek(output.get(), 0, SEEK_SET) != 0) {
+        throwErrno("the endpoint's frames cannot be read", errno);
+    }
+    messages.read();
 }
 
-std::optional<EndpointPort::Output> EndpointPort::takeOutput()
+std::optional<EndpointPort::Frame> EndpointPort::takeFrame()
 {
-    const auto record = nextRecord(outputs);
-    if (!record) {
+    if (taken == frames.size()) {
         return std::nullopt;
     }
-    if (record->id == statusId) {
-        const auto status = get<std::uint32_t>(record->bytes + TraceRecord::headerSize);
-        return StatusChange{static_cast<CANTransportThread::statuschange_t>(status),
-                            get<std::uint16_t>(record->bytes + valueOffset)};
-    }
-    const TraceRecord::FrameBody body = record->frame();
+    const TraceRecord::FrameBody body =
+        TraceRecord::decodeFrame(&frames[taken] + TraceRecord::headerSize);
+    taken += TraceRecord::frameSize(body.length);
     Frame frame{body.canID, body.length, {}};
     std::copy_n(body.data, body.length, frame.data);
     return frame;
 }
 
-std::optional<CANTransportClient::Message> EndpointPort::takeMessage()
+std::optional<EndpointPort::StatusChange> EndpointPort::takeStatus()
 {
-    const auto record = nextRecord(messages);
-    if (!record) {
+    if (changes.empty()) {
         return std::nullopt;
     }
-    const unsigned char* const body = record->bytes + TraceRecord::headerSize;
+    const StatusChange change = changes.front();
+    changes.pop_front();
+    return change;
+}
+
+std::optional<CANTransportClient::Message> EndpointPort::takeMessage()
+{
+    TraceRecord::View record;
+    if (!messages.getNextRecord(record)) {
+        return std::nullopt;
+    }
+    const unsigned char* const body = record.bytes + TraceRecord::headerSize;
     return CANTransportClient::Message{
-        get<std::uint32_t>(body),
-        Bytes(body + TraceRecord::transportPayloadOffset, record->bytes + record->size)};
-}
-
-bool EndpointPort::hasUnreadOutput() const { return bytesIn(outputPipe.ends[0]) > 0; }
-
-bool EndpointPort::hasUnreadMessages() const { return bytesIn(messageEnd) > 0; }
-
-/// A stop could come between a delivery and its acknowledgement. A byte that is written after the endpoint
-/// has read everything is read only after both. This byte starts a record that is never completed.
-void EndpointPort::settle()
-{
-    int leftMs = 500;
-    for (; isBehind() && leftMs > 0; --leftMs) {
-        millisleep(1);
-        feed();
-    }
-    waitUntilRead(leftMs);
-    if (!isBehind() && write(input, &TraceRecord::firstByte, 1) == 1) {
-        waitUntilRead(leftMs);
-    }
-}
-
-void EndpointPort::waitUntilRead(int& leftMs) const
-{
-    for (; leftMs > 0 && bytesIn(input) > 0; --leftMs) {
-        millisleep(1);
-    }
+        TraceRecord::get<std::uint32_t>(body),
+        Bytes(body + TraceRecord::transportPayloadOffset, record.bytes + record.size)};
 }

@@ -1,77 +1,61 @@
 #pragma once
 
 #include "velk/CANTransportClient.h"
+#include "velk/Descriptor.h"
 #include "velk/TraceMessageBuffer.h"
 
+#include "EndpointRun.h"
 #include "LogLimiter.h"
 
-#include <cstdint>
-#include <memory>
+#include <deque>
 #include <optional>
-#include <variant>
-#include <vector>
 
-/// An endpoint with its thread and its pipes, for the mover. Frames and requests go in. Frames for the bus
-/// and status changes come out in their order; received messages come out on a pipe of their own. Blocks
-/// only in the destructor and in settle(). For the mover's thread alone.
+/// An endpoint as the mover sees it: frames and requests go in; frames for the bus, status changes and
+/// received messages come out. It runs on the mover's thread, inside run(), and never waits for anybody.
 class EndpointPort {
 public:
     using Bytes = CANTransportClient::Bytes;
     using Frame = CANTransportThread::TPCANMsg;
     using StatusChange = CANTransportClient::StatusChange;
+    using Time = EndpointRun::Time;
 
-    /// @throws VelkException if a descriptor or the thread is unavailable.
+    /// @throws VelkException if there are no descriptors for it.
     EndpointPort(const CANTransportClient::Options& options, LogLimiter& log);
-    /// Ends the endpoint's thread.
-    ~EndpointPort();
     EndpointPort(const EndpointPort&) = delete;
     EndpointPort& operator=(const EndpointPort&) = delete;
 
     void addFrame(const Frame& frame);
     void addRequest(const Bytes& message);
-    /// Writes as much of what was added as the endpoint's pipe takes.
-    void feed();
-    /// @return whether something was added that the endpoint has not taken.
-    bool isBehind() const { return used < pending.size(); }
-    int inputDescriptor() const { return input; }
+    /// Lets the endpoint handle a portion of what was added, or its timer if that is due. Does nothing while
+    /// something that came out has not been taken: so the endpoint's pipes never fill up, and its output
+    /// has a bound. @return whether the endpoint has done something.
+    bool run();
+    /// @return whether the endpoint has not handled all that was added.
+    bool isBehind() const { return used < added.size(); }
+    /// @return when the endpoint's timer is due; Time::max() if none runs.
+    Time wakeAt() const { return endpointRun->wakeAt(); }
 
-    using Output = std::variant<Frame, StatusChange>;
-    /// Reads what the endpoint has written; takeOutput() returns it one by one.
-    void readOutput() { outputs.read(); }
-    std::optional<Output> takeOutput();
-    int outputDescriptor() const { return outputPipe.ends[0]; }
-
-    /// @return whether takeOutput() may have something after a further readOutput().
-    bool hasUnreadOutput() const;
-
-    void readMessages() { messages.read(); }
+    /// Frames for the bus, in their order. The other two are independent of them.
+    std::optional<Frame> takeFrame();
+    std::optional<StatusChange> takeStatus();
     std::optional<CANTransportClient::Message> takeMessage();
-    int messageDescriptor() const { return messageEnd; }
-    /// @return whether takeMessage() may have something after a further readMessages().
-    bool hasUnreadMessages() const;
-
-    /// Waits until the endpoint has handled all input, for half a second at most: a full pipe may block it.
-    void settle();
 
 private:
-    struct Pipe {
-        Pipe();
-        ~Pipe();
-        Pipe(const Pipe&) = delete;
-        Pipe& operator=(const Pipe&) = delete;
-        int ends[2] = {-1, -1};
-    };
+    bool allTaken() const;
+    void feed();
+    void collect();
 
-    int openEndpoint(LogLimiter& log);
-    void onStatus(CANTransportThread::statuschange_t status, unsigned short value) const;
-    void waitUntilRead(int& leftMs) const;
-
-    Pipe outputPipe; ///< Frames for the bus, and status changes as records with their own id.
+    /// Frames for the bus. A file in memory: a pipe could be full, and there is no other thread to empty it.
+    const Descriptor output;
     CANTransportThread endpoint;
-    int input = -1; ///< Owned by the endpoint, like messageEnd.
+    int input = -1; ///< Owned by the endpoint, as the next one is.
     int messageEnd = -1;
-    TraceMessageBuffer outputs;
-    TraceMessageBuffer messages;
-    Bytes pending; ///< Whole records; those before `used` are in the endpoint's pipe.
+    std::optional<EndpointRun> endpointRun;
+
+    Bytes added; ///< Whole records; the endpoint has handled those before `used`.
     std::size_t used = 0;
+    Bytes frames; ///< Whole records; those before `taken` are taken.
+    std::size_t taken = 0;
+    std::deque<StatusChange> changes;
+    TraceMessageBuffer messages;
 };

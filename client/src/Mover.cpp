@@ -69,22 +69,18 @@ void Mover::run()
 /// @return false if the bus is lost or the client ends.
 bool Mover::pass()
 {
-    now = Clock::now();
-    bool more = true;
-    while (more) { // the gate may have room again when frames have left
-        const bool full = !takeFromEndpoint();
-        if (!sendToBus()) {
+    do {
+        now = Clock::now();
+        if (!moveOut()) {
             return false;
         }
-        more = full && !gate.full();
-    }
-    if (const auto answer = gate.released(now)) {
-        port->addFrame(*answer);
-    }
-    takeMessages();
-    abandonWithdrawn();
-    handOver();
-    port->feed();
+        if (const auto answer = gate.released(now)) {
+            port->addFrame(*answer);
+        }
+        takeMessages();
+        abandonWithdrawn();
+        handOver();
+    } while (port->run());
     countGate();
     return !isOver() && wait();
 }
@@ -104,19 +100,14 @@ void Mover::openPort()
 /// Waits for something to do. @return false if the bus is lost or the client ends.
 bool Mover::wait()
 {
-    const bool room = around.queue.hasRoom();
     const auto onlyIf = [](bool wanted, short events) { return wanted ? events : short{0}; };
     // A client that is behind reads nothing from the bus, but has to notice its end.
-    const bool takes = (room || stage != Stage::none) && !port->isBehind() &&
-                       (now >= gatherEnd || stage != Stage::none);
+    const bool takes = hasRoom() && !port->isBehind() && (now >= gatherEnd || stage != Stage::none);
     pollfd wakeup{around.wakeup.descriptor(), POLLIN, 0};
     pollfd bus{link->descriptor(),
                static_cast<short>(POLLRDHUP | onlyIf(takes, POLLIN) | onlyIf(linkBlocked, POLLOUT)),
                0};
-    pollfd input{port->isBehind() ? port->inputDescriptor() : -1, POLLOUT, 0};
-    pollfd output{gate.full() ? -1 : port->outputDescriptor(), POLLIN, 0};
-    pollfd messages{room ? port->messageDescriptor() : -1, POLLIN, 0};
-    pollfd all[] = {wakeup, bus, input, output, messages};
+    pollfd all[] = {wakeup, bus};
     const auto until = nextEvent();
     const auto left = std::chrono::ceil<std::chrono::nanoseconds>(until - Clock::now());
     const auto nanoseconds = std::max<std::chrono::nanoseconds>(left, 0ns).count();
@@ -127,15 +118,9 @@ bool Mover::wait()
         errno != EINTR) {
         throw std::system_error(errno, std::generic_category(), "poll");
     }
-    const auto [ofWakeup, ofBus, ofInput, ofOutput, ofMessages] = all;
+    const auto [ofWakeup, ofBus] = all;
     if (ofWakeup.revents != 0) {
         around.wakeup.clear();
-    }
-    if (ofOutput.revents != 0) {
-        port->readOutput();
-    }
-    if (ofMessages.revents != 0) {
-        port->readMessages();
     }
     now = Clock::now();
     const bool ended = (ofBus.revents & (POLLERR | POLLHUP | POLLRDHUP)) != 0;
@@ -161,6 +146,7 @@ Mover::Clock::time_point Mover::nextEvent()
             time = std::min(time, candidate);
         }
     };
+    include(port->wakeAt());
     include(gate.wakeAt(now));
     include(linkPause);
     if (stage == Stage::none) {
@@ -172,15 +158,13 @@ Mover::Clock::time_point Mover::nextEvent()
     return time;
 }
 
-/// Delivers all messages that the endpoint has acknowledged, before the endpoint ends.
+/// Before the endpoint ends: delivers all messages that it has acknowledged, and handles what it has got.
 void Mover::drain()
 {
-    port->settle();
     do {
-        port->readMessages();
         while (auto received = port->takeMessage()) {
             around.queue.deliver(std::move(*received));
         }
-    } while (port->hasUnreadMessages());
-    sendLastAnswers();
+        sendLastAnswers();
+    } while (port->run());
 }

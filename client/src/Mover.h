@@ -62,12 +62,14 @@ private:
     bool onGiveUp();
     void endStage(RequestQueue::Result result);
     void report(CANTransportClient::StatusChange change, bool peerAnswers);
+    bool hasRoom();
     void takeMessages();
     void handOver();
     void giveToEndpoint();
     void abandonWithdrawn();
 
     // MoverFrames.cpp
+    bool moveOut();
     bool takeFromEndpoint();
     bool sendToBus();
     bool takeFromBus();

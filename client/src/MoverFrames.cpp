@@ -13,19 +13,32 @@ constexpr std::size_t framesAtOnce = 64;
 
 } // namespace
 
-/// @return false if the gate had no room for all that was read.
+/// Moves what the endpoint has written to the bus. @return false if the bus is lost.
+bool Mover::moveOut()
+{
+    bool more = true;
+    while (more) { // the gate may have room again when frames have left
+        const bool full = !takeFromEndpoint();
+        if (!sendToBus()) {
+            return false;
+        }
+        more = full && !gate.full();
+    }
+    return true;
+}
+
+/// @return false if the gate had no room for all frames.
 bool Mover::takeFromEndpoint()
 {
+    while (const auto change = port->takeStatus()) {
+        onStatus(*change);
+    }
     while (!gate.full()) {
-        const auto output = port->takeOutput();
-        if (!output) {
+        const auto frame = port->takeFrame();
+        if (!frame) {
             return true;
         }
-        if (const auto* const frame = std::get_if<Frame>(&*output)) {
-            gate.fromEndpoint(*frame, now);
-        } else {
-            onStatus(std::get<CANTransportClient::StatusChange>(*output));
-        }
+        gate.fromEndpoint(*frame, now);
     }
     return false;
 }
@@ -108,13 +121,12 @@ void Mover::sendLastAnswers()
         return CANTransportFrame::kindOf(frame.data) == CANTransportFrame::CTP_FLOW_CONTROL;
     };
     for (bool more = true; more;) {
-        port->readOutput();
-        more = !takeFromEndpoint();
+        const bool full = !takeFromEndpoint();
         const Frame* frame = gate.next(now);
         while (frame != nullptr && isAnswer(*frame) && link->send(*frame) == Link::Sent::done) {
             gate.left(now);
             frame = gate.next(now);
         }
-        more = !gate.full() && (more || port->hasUnreadOutput()); // full: the bus takes no frames
+        more = full && !gate.full(); // full: the bus takes no frames
     }
 }

@@ -8,6 +8,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
+constexpr std::size_t messagesBeyond = 64;
 constexpr auto abandonedTime = 1s; ///< The longest wait for the outcome of a withdrawn message.
 
 } // namespace
@@ -80,9 +81,12 @@ void Mover::report(CANTransportClient::StatusChange change, bool peerAnswers)
     }
 }
 
+/// While a message is with the endpoint, its answers have to be read, and messages may come before them.
+bool Mover::hasRoom() { return around.queue.hasRoom(stage == Stage::none ? 0 : messagesBeyond); }
+
 void Mover::takeMessages()
 {
-    while (around.queue.hasRoom()) {
+    while (hasRoom()) {
         auto received = port->takeMessage();
         if (!received) {
             return;

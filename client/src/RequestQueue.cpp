@@ -262,10 +262,10 @@ void RequestQueue::finish(Result result)
     }
 }
 
-bool RequestQueue::hasRoom()
+bool RequestQueue::hasRoom(std::size_t beyond)
 {
     const Lock lock(mutex);
-    return queueLength == 0 || received.size() < queueLength;
+    return queueLength == 0 || received.size() < queueLength + beyond;
 }
 
 void RequestQueue::deliver(Message message)

@@ -50,7 +50,8 @@ public:
     bool isWithdrawn();
     /// Sets the outcome of the message that was handed over.
     void finish(Result result);
-    bool hasRoom();
+    /// @return whether fewer messages wait than the program has asked for, and `beyond` more.
+    bool hasRoom(std::size_t beyond = 0);
     void deliver(Message message);
     void report(CANTransportClient::StatusChange change);
     /// Ends submitted requests whose deadline has passed. @return the next deadline.

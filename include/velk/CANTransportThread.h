@@ -167,6 +167,7 @@ public:
 
 private: // Still part of the binary interface: a change of size or layout needs a new ABI number.
     friend struct CANTransportThreadAccess; ///< The tests use it.
+    friend class EndpointRun;               ///< The client runs an endpoint on a thread of its own.
 
     enum expectedframe_t : int { EXPECT_FIRST_OR_SINGLE = 0, EXPECT_CONSECUTIVE = 1 };
     using Frames = std::vector<TPCANMsg>;
@@ -175,7 +176,11 @@ private: // Still part of the binary interface: a change of size or layout needs
     // src/loop: the object, the main loop, the input of trace messages, the way in, the expiry
     [[noreturn]] void throwOpenError(const char* text, int error) const;
     void threadCode() override;
+    void startLoop();
     void pass(DescriptorSet& input);
+    timeval* startPass();
+    void handleInput();
+    void handleExpiry();
     bool idle();
     void stopTimer();
     void endReceptionWithoutTimer();

@@ -9,57 +9,76 @@
 
 void CANTransportThread::threadCode()
 {
-    infoLine("threadCode") << "Start CANTransportThread";
+    startLoop();
     DescriptorSet input(inputPipe[0]);
-    if (idle()) { // otherwise the timer continues that a stop or an exception interrupted
-        setTimer(Timing::atStart);
-    }
-    if (!traceBuffer->empty()) { // bytes that an earlier run has read do not wake select()
-        handleData();
-    }
     for (;;) {
         pass(input);
         checkInvariants();
     }
 }
 
+void CANTransportThread::startLoop()
+{
+    infoLine("threadCode") << "Start CANTransportThread";
+    if (idle()) { // otherwise the timer continues that a stop or an exception interrupted
+        setTimer(Timing::atStart);
+    }
+    if (!traceBuffer->empty()) { // bytes that an earlier run has read do not wake select()
+        handleData();
+    }
+}
+
 /// One pass of the loop: a wait, then the input or the expiry that ended it.
 void CANTransportThread::pass(DescriptorSet& input)
 {
-    if (debugLevel != 0) {
-        debugLine("threadCode") << "state = " << printState(state);
-    }
+    timeval* const timeout = startPass();
     if (traceBuffer->atEnd()) {
         input.empty(); // the end of the input would wake every wait; only the timer still counts
     } else {
         input.fill();
     }
-    timeval* timeout = &selectTimeoutLeft;
-    if (idle()) {
-        stopTimer();
-        endReceptionWithoutTimer();
-        timeout = nullptr;
-    }
     const int ready = waitForInput(input, timeout);
-    if (ready > 0) {
-        if (debugLevel > 2) {
-            debugLine("threadCode") << "pselect data available";
-        }
-        if (input.contains()) {
-            handleData();
-        }
+    if (ready > 0 && input.contains()) {
+        handleInput();
     } else if (ready == 0) {
-        if (debugLevel > 1) {
-            debugLine("threadCode") << "pselect timeout";
-        }
-        selectTimeoutLeft = selectTimeout;
-        handleTimeout();
+        handleExpiry();
     }
+}
+
+/// @return how long the pass may wait; null for any time: the endpoint is at rest.
+timeval* CANTransportThread::startPass()
+{
+    if (debugLevel != 0) {
+        debugLine("threadCode") << "state = " << printState(state);
+    }
+    if (!idle()) {
+        return &selectTimeoutLeft;
+    }
+    stopTimer();
+    endReceptionWithoutTimer();
+    return nullptr;
+}
+
+void CANTransportThread::handleInput()
+{
+    if (debugLevel > 2) {
+        debugLine("threadCode") << "pselect data available";
+    }
+    handleData();
+}
+
+void CANTransportThread::handleExpiry()
+{
+    if (debugLevel > 1) {
+        debugLine("threadCode") << "pselect timeout";
+    }
+    selectTimeoutLeft = selectTimeout;
+    handleTimeout();
 }
 
 bool CANTransportThread::idle()
 {
-    const bool queueEmpty = noMessage(); // before the state, which is read without the lock
+    const bool queueEmpty = noMessage(); // read first: no lock is held for the state
     return state == RCTS_IDLE && queueEmpty;
 }
 
@@ -71,8 +90,8 @@ void CANTransportThread::stopTimer()
     setTimer(Timing::none);
 }
 
-/// At rest, no expiry can end a reception whose RCTS_RECEIVING flag was cleared. Without this function, first
-/// and single frames would be refused forever.
+/// At rest no expiry can end a reception that has lost its RCTS_RECEIVING; without this, first and single
+/// frames would be refused forever.
 void CANTransportThread::endReceptionWithoutTimer()
 {
     if (expectedFrame == EXPECT_CONSECUTIVE) {
@@ -84,7 +103,7 @@ void CANTransportThread::endReceptionWithoutTimer()
     }
 }
 
-/// Uses select() because it writes back the time left, which the timer needs; pselect() does not.
+/// With select(): the timer depends on the time left that it writes back, which pselect() does not.
 int CANTransportThread::waitForInput(DescriptorSet& input, timeval* timeout)
 {
     int ready = 0;

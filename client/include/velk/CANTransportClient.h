@@ -19,7 +19,7 @@
 /// An endpoint with its link to a bus: sends messages and returns their outcomes, and receives the
 /// messages of the peer.
 ///
-/// It runs two threads, the endpoint's and one that moves frames; both block all signals.
+/// It runs one thread, which moves the frames and blocks all signals.
 /// All operations may be called from any thread at any time, unless they say otherwise. It writes nothing
 /// to the program's streams. All its descriptors are close-on-exec, and none is 0, 1 or 2.
 ///
@@ -37,8 +37,8 @@ public:
             0; ///< CAN id of the peer's frames, 0 to 0x7FF; others are ignored.
         /// As for CANTransportThread::setDebugLevel(). Without `log` it has no effect.
         int debugLevel = 0;
-        /// How many received messages may wait. Up to 64 KiB of messages that are on their way when the
-        /// queue becomes full are kept as well. 0: messages are acknowledged and dropped.
+        /// How many received messages may wait. Up to 64 that arrive while an own message is on its way
+        /// are kept as well. 0: messages are acknowledged and dropped.
         std::size_t queueLength = 1024;
         /// The longest time that a message may take, from send() or submit() on.
         std::chrono::milliseconds patience{30000};
@@ -52,8 +52,8 @@ public:
         std::function<void(Status, unsigned short)> statusHandler{};
         /// Receives each log line with its level; if empty, nothing is logged. At most ten error and
         /// information lines of one kind pass per second; a later line is preceded by the number left out.
-        /// Called on both threads, but on one at a time. The rules of the status handler apply. An exception
-        /// from it is dropped.
+        /// Called on the same thread as the status handler, under the same rules. An exception from it is
+        /// dropped.
         LogUtil::Sink log{};
     };
 
@@ -85,7 +85,7 @@ public:
     /// @throws VelkException if the bus cannot be reached within a second, or an id is above 0x7FF. A
     /// command that ends at once is reported later, as BusLost.
     CANTransportClient(std::string bus, Options options);
-    /// Ends all calls of send() and receive(), both threads and the command. A command that does not end
+    /// Ends all calls of send() and receive(), the thread and the command. A command that does not end
     /// within a second is terminated with its process group, and after another second killed. First waits up
     /// to a second for the outcome of a message that is on its way: its late answer could end another
     /// message. Waits for the status handler to return. From any thread except the handler's.

@@ -1,0 +1,60 @@
+#include "velk/CANTransportFrame.h"
+
+#include "bus/RawSocket.h"
+#include "bus/Subject.h"
+
+#include <unistd.h>
+
+namespace {
+
+/// The least that a program can do: one write or read for each frame, and a frame back to confirm.
+class Bare : public Subject {
+public:
+    Bare(const Carrier& carrier, Side side)
+        : socket(rawSocket(carrier.bus, peerId(side))),
+          frame{{ownId(side)}, 8, 0, 0, 0, {}}
+    {
+        setOption(socket, SOL_SOCKET, SO_SNDBUF, 1); // write() waits for room, no queue overflows
+    }
+    void send(std::size_t size) override
+    {
+        write(size);
+        read(1);
+    }
+    void receive(std::size_t size) override
+    {
+        read(size);
+        write(1);
+    }
+
+private:
+    void write(std::size_t size)
+    {
+        for (auto left = CANTransportFrame::frameCountOf(static_cast<unsigned int>(size)); left > 0;
+             --left) {
+            if (::write(socket.get(), &frame, sizeof frame) != sizeof frame) {
+                Program::fail("cannot write a frame");
+            }
+        }
+    }
+    void read(std::size_t size)
+    {
+        can_frame in{};
+        for (auto left = CANTransportFrame::frameCountOf(static_cast<unsigned int>(size)); left > 0;
+             --left) {
+            if (::read(socket.get(), &in, sizeof in) != sizeof in) {
+                Program::fail("cannot read a frame");
+            }
+        }
+    }
+
+    const Descriptor socket;
+    const can_frame frame;
+};
+
+} // namespace
+
+std::unique_ptr<Subject> openBare(const Carrier& carrier, Subject::Side side)
+{
+    return std::make_unique<Bare>(carrier, side);
+}
