@@ -38,6 +38,7 @@ struct CANTransportThreadAccess {
         FIELD(msgPart);
         FIELD(receptionSpoiled);
         FIELD(openCalled);
+        FIELD(outlet);
     }
 };
 

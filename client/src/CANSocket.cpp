@@ -16,6 +16,9 @@ namespace {
 /// Room for some thousand frames: a peer may send a whole message before this process runs again.
 constexpr int receiveBufferBytes = 1024 * 1024;
 
+/// Room for about 12 frames: the kernel doubles the number, and counts 768 bytes for a frame.
+constexpr int smallSendBufferBytes = 4608;
+
 void setOption(const Descriptor& socket, int level, int option, int value)
 {
     setsockopt(socket.get(), level, option, &value, sizeof value); // on failure the default stays
@@ -51,7 +54,7 @@ void CANSocket::setBuffers(SendBuffer sendBuffer) const
     setOption(socket, SOL_SOCKET, SO_RCVBUF, receiveBufferBytes);
     setOption(socket, SOL_SOCKET, SO_RCVBUFFORCE, receiveBufferBytes); // beyond the system's limit
     if (sendBuffer == SendBuffer::smallest) {
-        setOption(socket, SOL_SOCKET, SO_SNDBUF, 1); // the kernel raises it to its minimum
+        setOption(socket, SOL_SOCKET, SO_SNDBUF, smallSendBufferBytes);
     }
 }
 

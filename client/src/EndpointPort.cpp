@@ -1,155 +1,115 @@
 #include "EndpointPort.h"
 
-#include "velk/Pipe.h"
-#include "velk/TraceRecord.h"
-
-#include "Failure.h"
-
 #include <algorithm>
-#include <cerrno>
 #include <functional>
-
-#include <sys/mman.h>
-#include <unistd.h>
+#include <utility>
 
 namespace {
 
-/// What the endpoint gets at once. All messages that so much input can complete fit the smallest pipe that
-/// the system gives, two pages.
-constexpr std::size_t portion = 4096;
+using std::chrono::microseconds;
 
-Descriptor createOutput()
+timeval toTimeval(microseconds time)
 {
-    Descriptor file = aboveStandardStreams(Descriptor(memfd_create("velkcan", MFD_CLOEXEC)));
-    if (file.get() == -1) {
-        throwErrno("no memory file for the endpoint", errno);
-    }
-    return file;
+    constexpr auto usPerSecond = 1'000'000;
+    return {static_cast<time_t>(time.count() / usPerSecond),
+            static_cast<suseconds_t>(time.count() % usPerSecond)};
 }
 
-/// Opens the endpoint. @return the descriptor of its messages.
-int open(CANTransportThread& endpoint, LogLimiter& log, int& messageEnd, int& input)
+microseconds fromTimeval(const timeval& time)
 {
-    endpoint.setLogSink(
-        [&log](LogUtil::Level level, const std::string& line) { log.pass(level, line); });
-    endpoint.open(messageEnd, input);
-    setNonBlocking(messageEnd);
-    setNonBlocking(input);
-    return messageEnd;
+    return std::chrono::seconds(time.tv_sec) + microseconds(time.tv_usec);
+}
+
+template <typename Value> std::optional<Value> takeFirst(std::deque<Value>& values)
+{
+    if (values.empty()) {
+        return std::nullopt;
+    }
+    std::optional<Value> first = std::move(values.front());
+    values.pop_front();
+    return first;
 }
 
 } // namespace
 
 EndpointPort::EndpointPort(const CANTransportClient::Options& options, LogLimiter& log)
-    : output(createOutput()),
-      endpoint(log.isActive() ? options.debugLevel : 0),
-      messages(open(endpoint, log, messageEnd, input), nullptr)
+    : endpoint(log.isActive() ? options.debugLevel : 0)
 {
-    endpoint.setConnection(output.get());
+    endpoint.outlet = this;
+    endpoint.setLogSink(
+        [&log](LogUtil::Level level, const std::string& line) { log.pass(level, line); });
     endpoint.setSendCANid(options.sendId);
     std::function<void(CANTransportThread::statuschange_t, unsigned short)> delegate =
         [this](CANTransportThread::statuschange_t status, unsigned short value) {
             changes.push_back({status, value});
         };
     endpoint.setDelegate(delegate);
-    endpointRun.emplace(endpoint);
+    endpoint.startLoop();
+    endPass();
 }
 
-void EndpointPort::addFrame(const Frame& frame)
-{
-    const std::size_t at = added.size();
-    added.resize(at + TraceRecord::frameSize(frame.len));
-    TraceRecord::encodeFrameRecord(&added[at], {frame.canID, frame.len, frame.data, 0, 0, 0, 0});
-}
-
-void EndpointPort::addRequest(const Bytes& message)
-{
-    CANTransportTraceMessage(message).createByteArray(added, true, true);
-}
-
+/// The endpoint's loop with the wait left out.
 bool EndpointPort::run()
 {
     if (!allTaken()) {
         return false;
     }
     if (isBehind()) {
-        feed();
-    } else if (!endpointRun->handleExpiry()) {
+        handleInput();
+    } else if (Time::clock::now() >= deadline) {
+        endpoint.handleExpiry();
+    } else {
         return false;
     }
-    collect();
+    endPass();
     return true;
 }
 
-bool EndpointPort::allTaken() const
+/// As after a select() that input has ended: it leaves the rest of the time.
+void EndpointPort::handleInput()
 {
-    return taken == frames.size() && changes.empty() && messages.empty();
+    if (deadline != Time::max()) {
+        const auto left = std::chrono::ceil<microseconds>(deadline - Time::clock::now());
+        endpoint.selectTimeoutLeft = toTimeval(std::max(left, microseconds::zero()));
+    }
+    for (Frame& frame : fromBus) {
+        handleFrame(frame);
+    }
+    fromBus.clear();
+    if (const auto message = std::exchange(request, std::nullopt)) {
+        endpoint.prepareData(message->data(), static_cast<unsigned int>(message->size()));
+    }
 }
 
-/// The pipe is empty, so it takes the whole portion.
-void EndpointPort::feed()
+void EndpointPort::handleFrame(Frame& frame)
 {
-    const std::size_t size = std::min(portion, added.size() - used);
-    if (write(input, &added[used], size) != static_cast<ssize_t>(size)) {
-        throwErrno("the endpoint takes no input", errno);
+    if (endpoint.debugLevel == 0) {
+        endpoint.handleCANData(frame);
+    } else { // which logs it
+        endpoint.handleTraceMessage(CANExtTraceMessage(frame.canID, frame.data, frame.len));
     }
-    used += size;
-    if (!isBehind()) {
-        added.clear();
-        used = 0;
-    }
-    endpointRun->handleInput();
 }
 
-/// Takes over what the endpoint has written. With each message it writes a frame for the bus, so where there is
-/// none there is no message.
-void EndpointPort::collect()
+void EndpointPort::endPass()
 {
-    frames.clear();
-    taken = 0;
-    const off_t size = lseek(output.get(), 0, SEEK_CUR);
-    if (size <= 0) {
-        return;
-    }
-    frames.resize(static_cast<std::size_t>(size));
-    if (pread(output.get(), frames.data(), frames.size(), 0) != size ||
-        lseek(output.get(), 0, SEEK_SET) != 0) {
-        throwErrno("the endpoint's frames cannot be read", errno);
-    }
-    messages.read();
+    endpoint.checkInvariants();
+    const timeval* const timeout = endpoint.startPass();
+    deadline = timeout == nullptr ? Time::max() : Time::clock::now() + fromTimeval(*timeout);
 }
 
 std::optional<EndpointPort::Frame> EndpointPort::takeFrame()
 {
-    if (taken == frames.size()) {
+    if (frames.empty()) {
         return std::nullopt;
     }
-    const TraceRecord::FrameBody body =
-        TraceRecord::decodeFrame(&frames[taken] + TraceRecord::headerSize);
-    taken += TraceRecord::frameSize(body.length);
-    Frame frame{body.canID, body.length, {}};
-    std::copy_n(body.data, body.length, frame.data);
+    const Frame frame = frames[taken++];
+    if (taken == frames.size()) {
+        frames.clear();
+        taken = 0;
+    }
     return frame;
 }
 
-std::optional<EndpointPort::StatusChange> EndpointPort::takeStatus()
-{
-    if (changes.empty()) {
-        return std::nullopt;
-    }
-    const StatusChange change = changes.front();
-    changes.pop_front();
-    return change;
-}
+std::optional<EndpointPort::StatusChange> EndpointPort::takeStatus() { return takeFirst(changes); }
 
-std::optional<CANTransportClient::Message> EndpointPort::takeMessage()
-{
-    TraceRecord::View record;
-    if (!messages.getNextRecord(record)) {
-        return std::nullopt;
-    }
-    const unsigned char* const body = record.bytes + TraceRecord::headerSize;
-    return CANTransportClient::Message{
-        TraceRecord::get<std::uint32_t>(body),
-        Bytes(body + TraceRecord::transportPayloadOffset, record.bytes + record.size)};
-}
+std::optional<EndpointPort::Message> EndpointPort::takeMessage() { return takeFirst(messages); }

@@ -1,61 +1,62 @@
 #pragma once
 
 #include "velk/CANTransportClient.h"
-#include "velk/Descriptor.h"
-#include "velk/TraceMessageBuffer.h"
 
-#include "EndpointRun.h"
 #include "LogLimiter.h"
 
 #include <deque>
 #include <optional>
+#include <vector>
 
 /// An endpoint as the mover sees it: frames and requests go in; frames for the bus, status changes and
-/// received messages come out. It runs on the mover's thread, inside run(), and never waits for anybody.
-class EndpointPort {
+/// received messages come out. It runs on the mover's thread, inside run(), and has no descriptors: a thread
+/// of its own would have to be woken for each frame, and so would the mover.
+class EndpointPort final : private CANTransportThread::Outlet {
 public:
     using Bytes = CANTransportClient::Bytes;
     using Frame = CANTransportThread::TPCANMsg;
+    using Message = CANTransportClient::Message;
     using StatusChange = CANTransportClient::StatusChange;
-    using Time = EndpointRun::Time;
+    using Time = CANTransportClient::Clock::time_point;
 
-    /// @throws VelkException if there are no descriptors for it.
     EndpointPort(const CANTransportClient::Options& options, LogLimiter& log);
+    ~EndpointPort() = default;
     EndpointPort(const EndpointPort&) = delete;
     EndpointPort& operator=(const EndpointPort&) = delete;
 
-    void addFrame(const Frame& frame);
-    void addRequest(const Bytes& message);
-    /// Lets the endpoint handle a portion of what was added, or its timer if that is due. Does nothing while
-    /// something that came out has not been taken: so the endpoint's pipes never fill up, and its output
-    /// has a bound. @return whether the endpoint has done something.
+    void addFrame(const Frame& frame) { fromBus.push_back(frame); }
+    void addRequest(const Bytes& message) { request = message; }
+    /// Lets the endpoint handle what was added, or its timer if that is due. Does nothing while something
+    /// that came out has not been taken, so what comes out has a bound. Takes 10 ms for each refusal of the
+    /// peer. @return whether the endpoint has done something.
     bool run();
-    /// @return whether the endpoint has not handled all that was added.
-    bool isBehind() const { return used < added.size(); }
+    /// @return whether the endpoint has not handled what was added.
+    bool isBehind() const { return !fromBus.empty() || request; }
     /// @return when the endpoint's timer is due; Time::max() if none runs.
-    Time wakeAt() const { return endpointRun->wakeAt(); }
+    Time wakeAt() const { return deadline; }
 
     /// Frames for the bus, in their order. The other two are independent of them.
     std::optional<Frame> takeFrame();
     std::optional<StatusChange> takeStatus();
-    std::optional<CANTransportClient::Message> takeMessage();
+    std::optional<Message> takeMessage();
 
 private:
-    bool allTaken() const;
-    void feed();
-    void collect();
+    void takeFrame(const Frame& frame) override { frames.push_back(frame); }
+    void takeMessage(unsigned short canID, const Bytes& bytes) override
+    {
+        messages.push_back({canID, bytes});
+    }
+    bool allTaken() const { return frames.empty() && changes.empty() && messages.empty(); }
+    void handleInput();
+    void handleFrame(Frame& frame);
+    void endPass();
 
-    /// Frames for the bus. A file in memory: a pipe could be full, and there is no other thread to empty it.
-    const Descriptor output;
     CANTransportThread endpoint;
-    int input = -1; ///< Owned by the endpoint, as the next one is.
-    int messageEnd = -1;
-    std::optional<EndpointRun> endpointRun;
-
-    Bytes added; ///< Whole records; the endpoint has handled those before `used`.
-    std::size_t used = 0;
-    Bytes frames; ///< Whole records; those before `taken` are taken.
-    std::size_t taken = 0;
+    Time deadline = Time::max();
+    std::vector<Frame> fromBus;
+    std::optional<Bytes> request;
+    std::vector<Frame> frames;
+    std::size_t taken = 0; ///< Of `frames`.
     std::deque<StatusChange> changes;
-    TraceMessageBuffer messages;
+    std::deque<Message> messages;
 };

@@ -7,6 +7,7 @@
 #include "Link.h"
 #include "RequestQueue.h"
 #include "Retrial.h"
+#include "SendPace.h"
 #include "StatusFilter.h"
 
 #include <atomic>
@@ -90,9 +91,10 @@ private:
     RequestQueue::Bytes message; ///< The one in progress.
     /// When an abandoned message is dropped, or a resting one is handed over again.
     Clock::time_point stageEnd{};
-    bool muted = false;            ///< The endpoint would not report another failure.
-    bool startHeard = false;       ///< The endpoint has received the start of a message.
-    Clock::time_point now{};       ///< Of this pass.
+    bool muted = false;      ///< The endpoint would not report another failure.
+    bool startHeard = false; ///< The endpoint has received the start of a message.
+    Clock::time_point now{}; ///< Of this pass.
+    SendPace pace;
     Clock::time_point linkPause{}; ///< No send before: the interface's queue was full.
     Gathering gathering;
     Clock::time_point gatherEnd{}; ///< Nothing is read from the link before.

@@ -55,10 +55,14 @@ bool Mover::sendToBus()
             around.tally.attempts += CANTransportFrame::startsMessage(frame->data) ? 1 : 0;
             ++around.tally.framesSent;
             gate.left(now);
+            pace.onSent();
             break;
-        case Link::Sent::wouldBlock:
-            linkBlocked = true;
+        case Link::Sent::wouldBlock: {
+            const auto pause = pace.onBlocked(Clock::now());
+            linkBlocked = pause == pause.zero();
+            linkPause = now + pause;
             return true;
+        }
         case Link::Sent::queueFull:
             linkPause = now + queuePause;
             return true;
@@ -67,6 +71,7 @@ bool Mover::sendToBus()
         }
     }
     linkBlocked = false;
+    pace.onIdle();
     return true;
 }
 

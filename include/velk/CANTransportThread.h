@@ -167,7 +167,7 @@ public:
 
 private: // Still part of the binary interface: a change of size or layout needs a new ABI number.
     friend struct CANTransportThreadAccess; ///< The tests use it.
-    friend class EndpointRun;               ///< The client runs an endpoint on a thread of its own.
+    friend class EndpointPort;              ///< A client runs its endpoint itself.
 
     enum expectedframe_t : int { EXPECT_FIRST_OR_SINGLE = 0, EXPECT_CONSECUTIVE = 1 };
     using Frames = std::vector<TPCANMsg>;
@@ -179,7 +179,6 @@ private: // Still part of the binary interface: a change of size or layout needs
     void startLoop();
     void pass(DescriptorSet& input);
     timeval* startPass();
-    void handleInput();
     void handleExpiry();
     bool idle();
     void stopTimer();
@@ -237,6 +236,16 @@ private: // Still part of the binary interface: a change of size or layout needs
     void report(const char* operation, statuschange_t status, unsigned short value);
     static std::string printState(int value);
 
+    /// Takes what the endpoint writes, in place of the descriptors: for an endpoint that a client runs.
+    class Outlet {
+    public:
+        virtual void takeFrame(const TPCANMsg& frame) = 0;
+        virtual void takeMessage(unsigned short canID, const std::vector<unsigned char>& bytes) = 0;
+
+    protected:
+        ~Outlet() = default;
+    };
+
     // In brackets: who may touch the field while the thread runs.
     std::unique_ptr<TraceMessageBuffer> traceBuffer;              // [transport thread]
     std::function<void(statuschange_t, unsigned short)> delegate; // [constant]
@@ -261,6 +270,7 @@ private: // Still part of the binary interface: a change of size or layout needs
     /// A frame of the reception was refused: its bytes are counted, but not kept.
     bool receptionSpoiled = false; // [transport thread]
     bool openCalled = false;       // [constant]
+    Outlet* outlet = nullptr;      // [constant]
 };
 
 /// Writes the name of the status as in the enumeration, "ERROR" for any other value.

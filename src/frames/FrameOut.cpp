@@ -16,6 +16,12 @@ void CANTransportThread::sendCANMessage(TPCANMsg& frame)
         debugLine("sendCANMessage")
             << "CAN write to canProxyFD: " << CANExtTraceMessage(canID, frame.data, frame.len);
     }
+    if (outlet != nullptr) {
+        TPCANMsg taken = frame;
+        taken.canID = canID;
+        outlet->takeFrame(taken);
+        return;
+    }
     unsigned char record[CANExtTraceMessage::classicRecordSize];
     CANExtTraceMessage::writeClassicRecord(record, canID, frame.data);
     if (::write(canProxyFD, record, sizeof record) == -1) {

@@ -10,6 +10,9 @@
 void CANTransportThread::threadCode()
 {
     startLoop();
+    if (!traceBuffer->empty()) { // bytes that an earlier run has read do not wake select()
+        handleData();
+    }
     DescriptorSet input(inputPipe[0]);
     for (;;) {
         pass(input);
@@ -23,9 +26,6 @@ void CANTransportThread::startLoop()
     if (idle()) { // otherwise the timer continues that a stop or an exception interrupted
         setTimer(Timing::atStart);
     }
-    if (!traceBuffer->empty()) { // bytes that an earlier run has read do not wake select()
-        handleData();
-    }
 }
 
 /// One pass of the loop: a wait, then the input or the expiry that ended it.
@@ -38,8 +38,13 @@ void CANTransportThread::pass(DescriptorSet& input)
         input.fill();
     }
     const int ready = waitForInput(input, timeout);
-    if (ready > 0 && input.contains()) {
-        handleInput();
+    if (ready > 0) {
+        if (debugLevel > 2) {
+            debugLine("threadCode") << "pselect data available";
+        }
+        if (input.contains()) {
+            handleData();
+        }
     } else if (ready == 0) {
         handleExpiry();
     }
@@ -57,14 +62,6 @@ timeval* CANTransportThread::startPass()
     stopTimer();
     endReceptionWithoutTimer();
     return nullptr;
-}
-
-void CANTransportThread::handleInput()
-{
-    if (debugLevel > 2) {
-        debugLine("threadCode") << "pselect data available";
-    }
-    handleData();
 }
 
 void CANTransportThread::handleExpiry()

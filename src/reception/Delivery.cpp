@@ -12,6 +12,10 @@
 /// @return whether the client's pipe has taken the message.
 bool CANTransportThread::deliver(unsigned short canID)
 {
+    if (outlet != nullptr) {
+        outlet->takeMessage(canID, receiveBuffer);
+        return true;
+    }
     CANTransportTraceMessage message(std::move(receiveBuffer), canID);
     std::vector<unsigned char> bytes;
     message.createByteArray(bytes, true, false);

@@ -287,8 +287,8 @@ TEST(Client, throwsForWantOfDescriptorsAndReconnectsLater)
     getrlimit(RLIMIT_NOFILE, &limit);
     const int lowestFree = dup(0);
     close(lowestFree);
-    // The client and the bus have four, and an endpoint has six.
-    const rlimit few{static_cast<rlim_t>(lowestFree) + 4, limit.rlim_max};
+    // A client needs two, and one for the bus.
+    const rlimit few{static_cast<rlim_t>(lowestFree) + 2, limit.rlim_max};
     setrlimit(RLIMIT_NOFILE, &few);
     EXPECT_THROW(CANTransportClient("unix:" + bus.path(), ids(1, 2)), VelkException);
     setrlimit(RLIMIT_NOFILE, &limit);
