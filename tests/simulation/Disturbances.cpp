@@ -86,17 +86,11 @@ void Simulation::clear(std::size_t side, bool includeCurrent)
     Station& station = sides[side];
     const Effect effect = handle(station, [&] { station.endpoint->clear(includeCurrent); });
     Tables::checkClear(includeCurrent, effect, cells);
-    station.ledger.droppedTo(effect.after.queued);
 }
 
 void Simulation::restart(std::size_t side)
 {
     cells.hit("fault: a peer that restarts");
-    Station& station = sides[side];
-    for (auto it = station.inbox.begin(); it != station.inbox.end(); it = station.inbox.erase(it)) {
-        if (it->second.request >= 0) {
-            station.ledger.refused(it->second.request);
-        }
-    }
-    station.restart();
+    sides[side].inbox.clear();
+    sides[side].restart();
 }

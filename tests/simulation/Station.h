@@ -1,18 +1,17 @@
 #pragma once
 
 #include "simulation/Faults.h"
-#include "simulation/Ledger.h"
+#include "simulation/Tables.h"
+#include "support/Promise.h"
 
 #include <map>
 #include <memory>
 #include <optional>
 
-/// What arrives at the input pipe of an endpoint in one piece.
+/// What arrives at the input pipe of an endpoint.
 struct Arrival {
-    Bytes bytes;
-    std::optional<Frame> frame; ///< If the bytes are one whole frame.
-    Origin origin;
-    int request = -1; ///< If the bytes are a request.
+    Frame frame;
+    std::optional<Bytes> request{}; ///< The message, if it is no frame.
 };
 
 /// What answers in the place of an endpoint that does not listen.
@@ -25,13 +24,7 @@ struct StandIn {
 /// One endpoint in virtual time, with what its loop waits for. It is driven without its thread; the
 /// passes of the loop are made by Simulation.
 struct Station {
-    Station(unsigned short id, Cells& cellCounts)
-        : canID(id),
-          ledger(id, cellCounts),
-          cells(cellCounts)
-    {
-        restart();
-    }
+    Station(unsigned short id, Cells& cellCounts) : canID(id), cells(cellCounts) { restart(); }
 
     void restart()
     {
@@ -40,8 +33,6 @@ struct Station {
         timed = false;
         clientGone = false;
         proxyGone = false;
-        incoming = {};
-        ledger.droppedTo(0);
     }
 
     void setClientGone(bool gone)
@@ -76,16 +67,15 @@ struct Station {
     const unsigned short canID;
     std::unique_ptr<Endpoint> endpoint;
     std::multimap<Time, Arrival> inbox;
-    Ledger ledger; ///< Of the messages that this side sends.
     Cells& cells;
 
     Time busyUntil = 0;
     bool timed = false;
     Time deadline = 0;
 
-    Incoming incoming;
+    Bytes received;     ///< The last message of the client.
+    std::string status; ///< The last one.
     bool clientGone = false;
     bool proxyGone = false;
-    bool lastWasCut = false;
     const StandIn* standIn = nullptr;
 };

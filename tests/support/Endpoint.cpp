@@ -138,17 +138,19 @@ void Endpoint::mendClient() { Access::output(*this)[1] = std::exchange(savedOutp
 Access::Snapshot Access::snapshot(CANTransportThread& e)
 {
     const MutexLock lock(e.queueMutex);
-    const std::size_t frames = e.sendQueue.empty() ? 0 : e.sendQueue.front()->size();
+    const bool queued = !e.sendQueue.empty();
     const bool sending = (e.state & CANTransportThread::RCTS_SENDING) != 0;
     const auto position = sending ? e.msgPart - e.sendQueue.front()->begin() : 0;
-    return {e.state,
+    return {e.sendCANid,
+            e.state,
             receiving(e),
             e.sequenceCounter,
             e.remainingLength,
-            e.receiveBuffer.size(),
+            e.receiveBuffer,
             e.receptionSpoiled,
             e.sendQueue.size(),
-            frames,
+            queued ? *e.sendQueue.front() : std::vector<TPCANMsg>{},
+            queued ? *e.sendQueue.back() : std::vector<TPCANMsg>{},
             static_cast<std::size_t>(position),
             e.sendRetry,
             e.connected,

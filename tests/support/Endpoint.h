@@ -15,15 +15,17 @@ struct CANTransportThreadAccess {
     using TPCANMsg = CANTransportThread::TPCANMsg;
     /// All that an event can change.
     struct Snapshot {
+        std::uint32_t ownId;
         int state;
         bool consecutive; ///< The receive phase.
         int sequence;
         int remaining;
-        std::size_t received;
+        Bytes received;
         bool spoiled;
         std::size_t queued;
-        std::size_t frames;   ///< Of the front message.
-        std::size_t position; ///< Of msgPart in them, while sending.
+        std::vector<TPCANMsg> front; ///< Frames of the first message.
+        std::vector<TPCANMsg> back;  ///< Of the last one.
+        std::size_t position;        ///< Of msgPart in `front`, while sending.
         int retries;
         bool connected;
         bool reportFailure;
