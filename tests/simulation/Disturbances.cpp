@@ -11,7 +11,6 @@ const StandIn standIns[] = {
     {"fault: a peer that answers unknown codes", {4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}, 3},
     {"fault: a peer that acknowledges everything", {3}, 3},
 };
-const StandIn& readyForEver = standIns[2];
 
 } // namespace
 
@@ -40,7 +39,7 @@ void Simulation::disturb(std::size_t side, Time start, Time end)
         });
         actions.emplace(end, finish);
     };
-    const auto kind = random.below(std::size(standIns) + 6);
+    const auto kind = random.below(std::size(standIns) + 4);
     switch (kind) {
     case 0:
     case 1: {
@@ -55,25 +54,10 @@ void Simulation::disturb(std::size_t side, Time start, Time end)
             "fault: the client's pipe takes nothing", [&station] { station.setClientGone(true); },
             [&station] { station.setClientGone(false); });
     case 3:
-        return during( // its endpoint stands in the middle of a delivery, and everything else waits
-            "fault: the client does not read",
-            [&station, end] { station.busyUntil = std::max(station.busyUntil, end); }, [] {});
-    case 4:
         actions.emplace(start, [this, side] { restart(side); });
         return;
-    case 5: // a ready answer to a single frame ends a reception, all but its phase
-        during(
-            "fault: a ready answer crosses a first frame",
-            [this, side] {
-                sides[side].standIn = &readyForEver;
-                request(1 - side, 1);
-                request(side, 300);
-            },
-            [&station] { station.standIn = nullptr; });
-        actions.emplace(start + 700 * ms, [this, side] { clear(1 - side, true); });
-        return;
     default: {
-        const StandIn& standIn = standIns[kind - 6];
+        const StandIn& standIn = standIns[kind - 4];
         return during(
             standIn.cell, [&station, &standIn] { station.standIn = &standIn; },
             [&station] { station.standIn = nullptr; });

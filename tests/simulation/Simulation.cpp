@@ -14,7 +14,7 @@ Simulation::Simulation(std::uint64_t seed, Cells& cellCounts, std::ostream* ladd
       cells(cellCounts),
       trail(ladder),
       faults(Faults::draw(random)),
-      sides{{0x123, cellCounts}, {0x456, cellCounts}}
+      sides{Station(0x123), Station(0x456)}
 {
 }
 

@@ -24,7 +24,7 @@ struct StandIn {
 /// One endpoint in virtual time, with what its loop waits for. It is driven without its thread; the
 /// passes of the loop are made by Simulation.
 struct Station {
-    Station(unsigned short id, Cells& cellCounts) : canID(id), cells(cellCounts) { restart(); }
+    explicit Station(unsigned short id) : canID(id) { restart(); }
 
     void restart()
     {
@@ -52,12 +52,8 @@ struct Station {
     /// The end of a pass: what select() would be given.
     void wait(Time now)
     {
-        const bool consecutive = Access::receiving(*endpoint);
         timed = !Access::restIfIdle(*endpoint);
         const Snapshot state = Access::snapshot(*endpoint);
-        if (!timed && consecutive) {
-            cells.hit("reception: left behind, ended at rest");
-        }
         require(timed == (state.state != 0 || state.queued > 0) && timed == (state.selectedUs != 0),
                 "the timer is armed if and only if the endpoint is not at rest");
         require(timed || !state.consecutive, "a receive phase is left behind at rest");
@@ -67,7 +63,6 @@ struct Station {
     const unsigned short canID;
     std::unique_ptr<Endpoint> endpoint;
     std::multimap<Time, Arrival> inbox;
-    Cells& cells;
 
     Time busyUntil = 0;
     bool timed = false;
