@@ -69,13 +69,8 @@ struct Line {
 
 int codeOfConnecting(const std::string& path)
 {
-    try {
-        Tally tally;
-        connectTo(path, tally);
-        return 0;
-    } catch (const VelkException& exception) {
-        return exception.code;
-    }
+    Tally tally;
+    return thrownBy([&] { connectTo(path, tally); }).code;
 }
 
 } // namespace

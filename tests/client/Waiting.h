@@ -1,5 +1,7 @@
 #pragma once
 
+#include "velk/VelkException.h"
+
 #include <fstream>
 #include <future>
 #include <string>
@@ -41,4 +43,15 @@ template <typename Function> std::thread startAndWait(Function function)
         return text.find(") R") == std::string::npos;
     });
     return thread;
+}
+
+/// @return what the function throws, or an empty one.
+template <typename Function> VelkException thrownBy(Function function)
+{
+    try {
+        function();
+    } catch (const VelkException& exception) {
+        return exception;
+    }
+    return {};
 }
