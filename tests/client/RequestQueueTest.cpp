@@ -22,16 +22,6 @@ using Status = CANTransportClient::StatusChange;
 using namespace std::chrono_literals;
 constexpr auto never = Clock::time_point::max();
 constexpr auto longPatience = 1h;
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define VELK_ADDRESS_SANITIZER
-#endif
-#endif
-#ifdef VELK_ADDRESS_SANITIZER
-constexpr bool cancels = false;
-#else
-constexpr bool cancels = true;
-#endif
 
 /// A queue that the test uses from both sides.
 struct Desk {
@@ -295,7 +285,8 @@ TEST(RequestQueue, wakesAReceiverForEachMessageAndAllAtTheEnd)
 TEST(RequestQueue, outlivesItsCallersAndForgetsThoseThatAreCancelled)
 {
     // AddressSanitizer reports the destructors that run while a cancelled thread is unwound.
-    for (const bool handedOver : cancels ? std::vector{false, true} : std::vector<bool>{}) {
+    for (const bool handedOver :
+         VELK_TEST_CANCELS ? std::vector{false, true} : std::vector<bool>{}) {
         Desk desk;
         std::thread sender([&] { desk.queue->send({1}, never); });
         isReadable(desk.wakeup.descriptor(), -1);
