@@ -72,14 +72,6 @@ void Endpoint::frame(std::initializer_list<std::uint8_t> data, std::uint32_t can
     Access::handle(*this, message);
 }
 
-void Endpoint::framesOf(const Bytes& message, std::size_t from, std::size_t to)
-{
-    const auto frames = cut(message);
-    for (std::size_t i = from; i < std::min(to, frames.size()); ++i) {
-        Access::handle(*this, frames[i]);
-    }
-}
-
 void Endpoint::request(const Bytes& message)
 {
     write(bytesOf(CANTransportTraceMessage(message)));
@@ -143,7 +135,7 @@ Access::Snapshot Access::snapshot(CANTransportThread& e)
     const auto position = sending ? e.msgPart - e.sendQueue.front()->begin() : 0;
     return {e.sendCANid,
             e.state,
-            receiving(e),
+            e.expectedFrame == CANTransportThread::EXPECT_CONSECUTIVE,
             e.sequenceCounter,
             e.remainingLength,
             e.receiveBuffer,
