@@ -29,7 +29,7 @@ void Simulation::transmit(Station& from, const Frame& frame, Time departure)
         cells.hit("fault: bus stalled");
         busFree += static_cast<Time>(random.below(3000)) * ms;
     }
-    if (to.standIn != nullptr) {
+    if (to.standIn) {
         trace(to, frame, "not heard");
         answerInPlaceOf(to, frame);
         return;

@@ -24,10 +24,9 @@ private:
     }
     void planRequests(std::size_t side);
     void planDisturbances();
-    void disturb(std::size_t side, Time start, Time end);
+    void disturb(Station& station, Time start, Time end);
     Bytes request(std::size_t side, std::size_t size);
     void clear(std::size_t side, bool includeCurrent);
-    void restart(std::size_t side);
 
     // Time.
     void runUntil(Time end, bool untilRest);

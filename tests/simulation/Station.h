@@ -16,7 +16,6 @@ struct Arrival {
 
 /// What answers in the place of an endpoint that does not listen.
 struct StandIn {
-    const char* cell;
     std::vector<int> codes; ///< Of the answers, one at random each time.
     int kinds;              ///< Frames of the kinds below this are answered.
 };
@@ -28,6 +27,7 @@ struct Station {
 
     void restart()
     {
+        inbox.clear();
         endpoint = std::make_unique<Endpoint>();
         endpoint->setSendCANid(canID);
         timed = false;
@@ -43,7 +43,7 @@ struct Station {
         }
     }
 
-    void setProxyGone(bool gone, bool full = false)
+    void setProxyGone(bool gone, bool full)
     {
         gone ? endpoint->breakProxy(full) : endpoint->mendProxy();
         proxyGone = gone;
@@ -72,5 +72,5 @@ struct Station {
     std::string status; ///< The last one.
     bool clientGone = false;
     bool proxyGone = false;
-    const StandIn* standIn = nullptr;
+    std::optional<StandIn> standIn;
 };
