@@ -20,18 +20,8 @@ namespace {
 
 using Bytes = CANTransportClient::Bytes;
 using Client = CANTransportClient;
-using Clock = CANTransportClient::Clock;
-using Result = CANTransportClient::SendResult;
 using T = CANTransportThread;
 using namespace std::chrono_literals;
-
-CANTransportClient::Options ids(std::uint16_t own, std::uint16_t peer)
-{
-    CANTransportClient::Options options;
-    options.sendId = own;
-    options.receiveId = peer;
-    return options;
-}
 
 /// A bus with a client on each side.
 struct Pair {

@@ -22,17 +22,10 @@
 
 namespace {
 
-using Result = CANTransportClient::SendResult;
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
-CANTransportClient::Options echo()
-{
-    CANTransportClient::Options options;
-    options.sendId = 1;
-    options.receiveId = 1; // hears itself, so it answers itself
-    return options;
-}
+const auto echo = ids(1, 1); ///< Hears itself, so it answers itself.
 
 std::string textOf(const fs::path& file)
 {
@@ -88,7 +81,7 @@ TEST(Process, startsACommandAsAShellWould)
                                   "grep -c '^SigIgn:.*[08]0000000$' $s;"
                                   "grep -c \"^NSpgid:.$$\\$\" $s) >" +
                                       file + "; exec cat",
-                                  echo());
+                                  echo);
         EXPECT_EQ(client.send({1}), Result::acknowledged);
         EXPECT_EQ(countDeafThreads() - before, 2);
     }
@@ -116,7 +109,7 @@ TEST(Process, endsACommandWithItsWholeGroup)
     for (const auto& entry : cases) {
         const std::string file = folder.path() + entry.what[0] + entry.what[3];
         auto client = std::make_unique<CANTransportClient>(
-            "exec:exec 2>'" + file + "'; " + entry.command, echo());
+            "exec:exec 2>'" + file + "'; " + entry.command, echo);
         waitUntil([&] { return textOf(file).find('\n') != std::string::npos; });
         std::istringstream words(textOf(file));
         const auto start = CANTransportClient::Clock::now();
@@ -128,7 +121,7 @@ TEST(Process, endsACommandWithItsWholeGroup)
         }
         EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << entry.what << ": a child is left";
     }
-    CANTransportClient gone("exec:true", echo());
+    CANTransportClient gone("exec:true", echo);
     EXPECT_THROW(gone.receive(1h), CANTransportClient::BusLost);
 }
 
@@ -148,9 +141,9 @@ TEST(Process, hasDescriptorsThatDisturbNobody)
     }
     std::string wrong;
     {
-        CANTransportClient commanding("exec:cat", echo());
+        CANTransportClient commanding("exec:cat", echo);
         wrong += commanding.send({1}) == Result::acknowledged ? "" : "result ";
-        CANTransportClient connected("unix:" + path, echo());
+        CANTransportClient connected("unix:" + path, echo);
         connected.submit({1});
         waitUntil([&] { return connected.counters().framesSent == 1; });
         for (int fd = 0; fd < 100; ++fd) {
@@ -173,7 +166,7 @@ TEST(Process, keepsItsStreams)
     LogCapture capture;
     for (const bool logs : {false, true}) {
         std::map<LogUtil::Level, int> lines;
-        auto options = echo();
+        auto options = echo;
         options.debugLevel = 3;
         if (logs) {
             options.log = [&](LogUtil::Level level, const std::string&) { ++lines[level]; };

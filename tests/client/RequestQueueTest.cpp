@@ -16,11 +16,8 @@
 namespace {
 
 using Bytes = CANTransportClient::Bytes;
-using Clock = CANTransportClient::Clock;
-using Result = CANTransportClient::SendResult;
 using Status = CANTransportClient::StatusChange;
 using namespace std::chrono_literals;
-constexpr auto never = Clock::time_point::max();
 constexpr auto longPatience = 1h;
 
 /// A queue that the test uses from both sides.
