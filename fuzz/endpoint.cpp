@@ -34,7 +34,7 @@ struct Session {
         }
         case 2: {
             const Bytes message = messageFrom(input.byte());
-            Tables::checkRequest(handle([&] { endpoint.request(message); }), cells);
+            Tables::checkRequest(message, handle([&] { endpoint.request(message); }), cells);
             break;
         }
         case 3:

@@ -15,16 +15,8 @@ namespace {
 int ends[2];
 [[maybe_unused]] const int made = ::pipe2(ends, O_NONBLOCK);
 
-bool isHeader(const unsigned char* record, std::size_t length)
-{
-    std::uint32_t announced = 0;
-    std::memcpy(&announced, record + 4, sizeof announced);
-    return record[0] == 0xA3 && record[1] == 0xC5 && announced == length;
-}
-
 /// A buffer behind the pipe, and what has become of each byte.
 struct Account {
-    const bool framesApart; ///< Frames are taken without a message object.
     TraceMessageBuffer buffer{ends[0], nullptr};
     Bytes all{};
     std::size_t found = 0; ///< Where the last message ends, at the earliest.
@@ -40,15 +32,12 @@ struct Account {
     bool takeOne()
     {
         require(buffer.read() == 0, "reading succeeds");
-        if (framesApart && takeFrame()) {
-            return true;
-        }
         try {
             const auto message = buffer.getNextMessage();
             if (message) {
                 Bytes record;
                 message->createByteArray(record, true, false);
-                settle(0, record);
+                settle(record);
             }
             return message != nullptr;
         } catch (const VelkException& exception) {
@@ -65,36 +54,13 @@ struct Account {
         return at == std::string::npos ? 0 : std::stoul(exception.str().substr(at + word.size()));
     }
 
-    bool takeFrame()
+    void settle(const Bytes& record)
     {
-        std::uint32_t canID = 0;
-        std::uint8_t length = 0;
-        unsigned char data[8];
-        const bool taken = buffer.getNextFrame(canID, length, data);
-        if (taken) {
-            Bytes body;
-            CANExtTraceMessage(canID, data, length).createByteArray(body, false, false);
-            settle(26, {body.begin() + 10, body.end()}); // from the length of the data on
-        }
-        return taken;
-    }
-
-    /// The next record ends with these bytes, and has so many in front of them: none, or a header and
-    /// what follows it, for the bytes alone may stand in garbage too.
-    void settle(std::size_t before, const Bytes& bytes)
-    {
-        std::size_t from = found + before;
-        const unsigned char* record = nullptr;
-        do {
-            require(from <= all.size(), "no record stands behind the end");
-            const void* at =
-                memmem(all.data() + from, all.size() - from, bytes.data(), bytes.size());
-            require(at != nullptr, "a message is a part of the input, behind the one before");
-            record = static_cast<const unsigned char*>(at) - before;
-            from = static_cast<std::size_t>(record - all.data()) + before + 1;
-        } while (before != 0 && !isHeader(record, before + bytes.size()));
-        found = from - 1 + bytes.size();
-        used += before + bytes.size();
+        const auto at = std::search(all.begin() + static_cast<std::ptrdiff_t>(found), all.end(),
+                                    record.begin(), record.end());
+        require(at != all.end(), "a message is a part of the input, behind the one before");
+        found = static_cast<std::size_t>(at - all.begin()) + record.size();
+        used += record.size();
     }
 
     /// Takes everything that can be had.
@@ -126,14 +92,13 @@ struct Account {
 } // namespace
 
 /// Eight bytes, of which each stands for one piece in turn: its length (0: all that is left), and in
-/// the top bit that only one message is taken behind it. If the last is odd, frames are taken apart.
-/// Then the bytes of the stream.
+/// the top bit that only one message is taken behind it. Then the bytes of the stream.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     Input input{data, std::min<std::size_t>(size, 50000)};
     Bytes cuts = input.bytes(8);
     cuts.resize(8);
-    Account account{cuts[7] % 2 != 0};
+    Account account;
     for (std::size_t piece = 0; input.left > 0; ++piece) {
         const unsigned int length = cuts[piece % 8] & 0x7FU;
         account.put(input.bytes(length == 0 ? input.left : length));

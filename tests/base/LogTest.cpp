@@ -34,6 +34,9 @@ void play(Endpoint& endpoint, const std::string& step)
         Access::expire(endpoint);
     } else if (word == "clear") {
         endpoint.clear(true);
+    } else if (word == "deaf") {
+        std::function<void(CANTransportThread::statuschange_t, unsigned short)> none;
+        endpoint.setDelegate(none);
     } else {
         ASSERT_EQ(word, "rest");
         Access::restIfIdle(endpoint);

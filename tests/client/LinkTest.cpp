@@ -1,6 +1,5 @@
 #include "SocketLink.h"
 #include "Tally.h"
-#include "bus/Frame.h"
 #include "client/Waiting.h"
 #include "tools/TemporaryBus.h"
 
@@ -13,7 +12,6 @@
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 
 namespace {
 
@@ -71,13 +69,8 @@ struct Line {
 
 int codeOfConnecting(const std::string& path)
 {
-    try {
-        Tally tally;
-        connectTo(path, tally);
-        return 0;
-    } catch (const VelkException& exception) {
-        return exception.code;
-    }
+    Tally tally;
+    return thrownBy([&] { connectTo(path, tally); }).code;
 }
 
 } // namespace
@@ -143,10 +136,7 @@ TEST(SocketLink, saysWhyThereIsNoBus)
     EXPECT_EQ(codeOfConnecting(path), ENOENT);
     EXPECT_EQ(codeOfConnecting(std::string(107, 'x')), ENOENT);
     EXPECT_EQ(codeOfConnecting(std::string(108, 'x')), ENAMETOOLONG);
-    const Descriptor listener(socket(AF_UNIX, SOCK_STREAM, 0));
-    sockaddr_un address{AF_UNIX, {}};
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    ASSERT_EQ(bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    const Descriptor listener = bindTo(path);
     EXPECT_EQ(codeOfConnecting(path), ECONNREFUSED);
     ASSERT_EQ(listen(listener.get(), 0), 0); // room for one that is not accepted
     Tally tally;

@@ -14,13 +14,10 @@
 
 namespace {
 
-using Clock = CANTransportClient::Clock;
 using Frame = Link::Frame;
-using Result = CANTransportClient::SendResult;
 using Sent = Link::Sent;
 using T = CANTransportThread;
 using namespace std::chrono_literals;
-constexpr auto never = Clock::time_point::max();
 
 /// A bus by hand.
 struct Wire {

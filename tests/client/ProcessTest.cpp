@@ -17,23 +17,15 @@
 
 #include <fcntl.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
 
-using Result = CANTransportClient::SendResult;
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
-CANTransportClient::Options echo()
-{
-    CANTransportClient::Options options;
-    options.sendId = 1;
-    options.receiveId = 1; // hears itself, so it answers itself
-    return options;
-}
+const auto echo = ids(1, 1); ///< Hears itself, so it answers itself.
 
 std::string textOf(const fs::path& file)
 {
@@ -41,18 +33,6 @@ std::string textOf(const fs::path& file)
     std::ostringstream text;
     text << stream.rdbuf();
     return text.str();
-}
-
-/// The lines of a status file of /proc by their names.
-std::map<std::string, std::string> statusOf(const std::string& file)
-{
-    std::map<std::string, std::string> values;
-    std::istringstream lines(textOf(file));
-    for (std::string line; std::getline(lines, line);) {
-        const auto colon = line.find(":\t");
-        values[line.substr(0, colon)] = colon == std::string::npos ? "" : line.substr(colon + 2);
-    }
-    return values;
 }
 
 std::set<std::string> namesIn(const char* folder)
@@ -66,8 +46,19 @@ std::set<std::string> namesIn(const char* folder)
 
 bool isAlive(const std::string& process)
 {
-    const std::string state = statusOf("/proc/" + process + "/status")["State"];
-    return !state.empty() && state[0] != 'Z';
+    const std::string status = textOf("/proc/" + process + "/status");
+    return !status.empty() && status.find("State:\tZ") == std::string::npos;
+}
+
+/// Threads of this process that block all signals but those that nobody can block.
+int countDeafThreads()
+{
+    int count = 0;
+    for (const std::string& thread : namesIn("/proc/self/task")) {
+        const std::string status = textOf("/proc/self/task/" + thread + "/status");
+        count += status.find("SigBlk:\tfffffffe7ffbfeff") == std::string::npos ? 0 : 1;
+    }
+    return count;
 }
 
 } // namespace
@@ -83,32 +74,21 @@ TEST(Process, startsACommandAsAShellWould)
     signal(SIGPIPE, SIG_IGN);
     pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
     const Descriptor inheritable(dup(STDERR_FILENO));
-    const auto threadsBefore = namesIn("/proc/self/task");
+    const int before = countDeafThreads();
     {
-        CANTransportClient client("exec:(cat /proc/self/status; echo Files:'\t'$(ls /proc/self/fd);"
-                                  "echo Shell:'\t'$$) >" +
+        CANTransportClient client("exec:(ls /proc/self/fd; s=/proc/self/status;"
+                                  "grep -c '^SigBlk:.0*$' $s;"
+                                  "grep -c '^SigIgn:.*[08]0000000$' $s;"
+                                  "grep -c \"^NSpgid:.$$\\$\" $s) >" +
                                       file + "; exec cat",
-                                  echo());
+                                  echo);
         EXPECT_EQ(client.send({1}), Result::acknowledged);
-        constexpr unsigned long most = 0x7FFBFEFF; // all but SIGKILL and SIGSTOP
-        int threads = 0;
-        for (const std::string& thread : namesIn("/proc/self/task")) {
-            if (threadsBefore.count(thread) == 0) {
-                ++threads;
-                const auto mask = statusOf("/proc/self/task/" + thread + "/status")["SigBlk"];
-                EXPECT_EQ(std::stoul(mask, nullptr, 16) & most, most);
-            }
-        }
-        EXPECT_EQ(threads, 1);
+        EXPECT_EQ(countDeafThreads() - before, 1);
     }
     pthread_sigmask(SIG_UNBLOCK, &blocked, &after);
     EXPECT_TRUE(sigismember(&after, SIGTERM) == 1 && sigismember(&after, SIGINT) == 0);
     signal(SIGPIPE, SIG_DFL);
-    auto status = statusOf(file);
-    EXPECT_EQ(status["SigBlk"], "0000000000000000");
-    EXPECT_EQ(std::stoul(status["SigIgn"], nullptr, 16) & 0x7FFFFFFFU, 0U);
-    EXPECT_EQ(status["NSpgid"], status["Shell"]);
-    EXPECT_EQ(status["Files"], "0 1 2 3") << "3 is that of ls";
+    EXPECT_EQ(textOf(file), "0\n1\n2\n3\n1\n1\n1\n") << "descriptor 3 is that of ls";
 }
 
 TEST(Process, endsACommandWithItsWholeGroup)
@@ -129,7 +109,7 @@ TEST(Process, endsACommandWithItsWholeGroup)
     for (const auto& entry : cases) {
         const std::string file = folder.path() + entry.what[0] + entry.what[3];
         auto client = std::make_unique<CANTransportClient>(
-            "exec:exec 2>'" + file + "'; " + entry.command, echo());
+            "exec:exec 2>'" + file + "'; " + entry.command, echo);
         waitUntil([&] { return textOf(file).find('\n') != std::string::npos; });
         std::istringstream words(textOf(file));
         const auto start = CANTransportClient::Clock::now();
@@ -141,7 +121,7 @@ TEST(Process, endsACommandWithItsWholeGroup)
         }
         EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << entry.what << ": a child is left";
     }
-    CANTransportClient gone("exec:true", echo());
+    CANTransportClient gone("exec:true", echo);
     EXPECT_THROW(gone.receive(1h), CANTransportClient::BusLost);
 }
 
@@ -149,10 +129,7 @@ TEST(Process, hasDescriptorsThatDisturbNobody)
 {
     const TemporaryBus folder;
     const std::string path = folder.path() + "2";
-    const Descriptor listener(socket(AF_UNIX, SOCK_STREAM, 0));
-    sockaddr_un address{AF_UNIX, {}};
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    ASSERT_EQ(bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    const Descriptor listener = bindTo(path);
     ASSERT_EQ(listen(listener.get(), 9), 0);
     Descriptor standard[3];
     for (int fd = 0; fd < 3; ++fd) {
@@ -164,9 +141,9 @@ TEST(Process, hasDescriptorsThatDisturbNobody)
     }
     std::string wrong;
     {
-        CANTransportClient commanding("exec:cat", echo());
+        CANTransportClient commanding("exec:cat", echo);
         wrong += commanding.send({1}) == Result::acknowledged ? "" : "result ";
-        CANTransportClient connected("unix:" + path, echo());
+        CANTransportClient connected("unix:" + path, echo);
         connected.submit({1});
         waitUntil([&] { return connected.counters().framesSent == 1; });
         for (int fd = 0; fd < 100; ++fd) {
@@ -189,20 +166,17 @@ TEST(Process, keepsItsStreams)
     LogCapture capture;
     for (const bool logs : {false, true}) {
         std::map<LogUtil::Level, int> lines;
-        auto options = echo();
+        auto options = echo;
         options.debugLevel = 3;
         if (logs) {
             options.log = [&](LogUtil::Level level, const std::string&) { ++lines[level]; };
         }
         {
             CANTransportClient client("exec:cat", options);
-            for (int i = 0; i < 20; ++i) {
-                EXPECT_EQ(client.send({1}), Result::acknowledged);
-            }
+            EXPECT_EQ(client.send({1}), Result::acknowledged);
             client.reconnect();
         }
         EXPECT_EQ(lines[LogUtil::Level::debug] > 0, logs);
-        EXPECT_LE(lines[LogUtil::Level::error], 100);
     }
     EXPECT_EQ(capture.out() + capture.err(), "");
 }

@@ -16,22 +16,9 @@
 namespace {
 
 using Bytes = CANTransportClient::Bytes;
-using Clock = CANTransportClient::Clock;
-using Result = CANTransportClient::SendResult;
 using Status = CANTransportClient::StatusChange;
 using namespace std::chrono_literals;
-constexpr auto never = Clock::time_point::max();
 constexpr auto longPatience = 1h;
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define VELK_ADDRESS_SANITIZER
-#endif
-#endif
-#ifdef VELK_ADDRESS_SANITIZER
-constexpr bool cancels = false;
-#else
-constexpr bool cancels = true;
-#endif
 
 /// A queue that the test uses from both sides.
 struct Desk {
@@ -87,33 +74,31 @@ struct Desk {
 
 TEST(RequestQueue, endsEachRequestOnceAndNotItsSuccessor)
 {
-    const auto expiry = [](Desk& desk) { desk.queue->expire(Clock::now() + longPatience); };
+    using End = std::function<void(RequestQueue&)>;
+    const auto finish = [](Result result) -> End { return [=](auto& q) { q.finish(result); }; };
+    const End expire = [](auto& q) { q.expire(Clock::now() + longPatience); };
+    const End cancel = [](auto& q) { q.endAll(Result::cancelled); };
+    const End lose = [](auto& q) { q.lose(); };
+    const End close = [](auto& q) { q.close(); };
     const struct {
-        const char* what;
         bool handedOver;
         std::chrono::milliseconds patience;
-        std::function<void(Desk&)> end;
+        End end;
         Result result;
         bool withdrawn;
     } cases[] = {
-        {"acknowledged", true, longPatience,
-         [](Desk& desk) { desk.queue->finish(Result::acknowledged); }, Result::acknowledged, false},
-        {"refused", true, longPatience, [](Desk& desk) { desk.queue->finish(Result::refused); },
-         Result::refused, false},
-        {"cancelled", false, longPatience,
-         [](Desk& desk) { desk.queue->endAll(Result::cancelled); }, Result::cancelled, false},
-        {"cancelled with the endpoint", true, longPatience,
-         [](Desk& desk) { desk.queue->endAll(Result::cancelled); }, Result::cancelled, true},
-        {"expired", false, 20ms, expiry, Result::expired, false},
-        {"expired with the endpoint", true, 20ms, expiry, Result::expired, true},
-        {"bus lost", false, longPatience, [](Desk& desk) { desk.queue->lose(); }, Result::busLost,
-         false},
-        {"closed", true, longPatience, [](Desk& desk) { desk.queue->close(); }, Result::busLost,
-         true},
+        {true, longPatience, finish(Result::acknowledged), Result::acknowledged, false},
+        {true, longPatience, finish(Result::refused), Result::refused, false},
+        {false, longPatience, cancel, Result::cancelled, false},
+        {true, longPatience, cancel, Result::cancelled, true},
+        {false, 20ms, expire, Result::expired, false},
+        {true, 20ms, expire, Result::expired, true},
+        {false, longPatience, lose, Result::busLost, false},
+        {true, longPatience, close, Result::busLost, true},
     };
     for (const auto& entry : cases) {
         for (const bool waits : {true, false}) {
-            SCOPED_TRACE(std::string(entry.what) + (waits ? " in send()" : " after submit()"));
+            SCOPED_TRACE("case " + std::to_string(&entry - cases) + (waits ? " in send()" : ""));
             Desk desk(8, entry.patience);
             std::future<Result> result;
             if (waits) {
@@ -124,7 +109,7 @@ TEST(RequestQueue, endsEachRequestOnceAndNotItsSuccessor)
             }
             EXPECT_EQ(entry.handedOver && desk.handOver(), entry.handedOver);
             EXPECT_TRUE(!waits || result.wait_for(0s) == std::future_status::timeout);
-            entry.end(desk);
+            entry.end(*desk.queue);
             EXPECT_EQ(waits ? result.get() : desk.outcome(), entry.result);
             EXPECT_EQ(desk.queue->isWithdrawn(), entry.withdrawn);
             EXPECT_EQ(desk.wasWoken(), entry.withdrawn);
@@ -266,36 +251,32 @@ TEST(RequestQueue, wakesAReceiverForEachMessageAndAllAtTheEnd)
             sum += 100;
         }
     };
-    const struct {
-        std::function<void()> wake;
-        int sum;
-    } cases[] = {
-        {[&] {
-             for (const std::uint8_t number : Bytes{1, 2, 4}) {
-                 desk.deliver(number);
-             }
-         },
-         7},
-        {[&] { desk.queue->lose(); }, 300},
-        {[&] { desk.queue->close(); }, 3000},
-    };
-    for (const auto& entry : cases) {
+    const auto sumAfter = [&](const std::function<void()>& wake) {
         desk.queue->open();
         sum = 0;
         std::thread receivers[] = {startAndWait(receive), startAndWait(receive),
                                    startAndWait(receive)};
-        entry.wake();
+        wake();
         for (std::thread& receiver : receivers) {
             receiver.join();
         }
-        EXPECT_EQ(sum, entry.sum);
-    }
+        return sum.load();
+    };
+    const auto deliver = [&] {
+        desk.deliver(1);
+        desk.deliver(2);
+        desk.deliver(4);
+    };
+    EXPECT_EQ(sumAfter(deliver), 7);
+    EXPECT_EQ(sumAfter([&] { desk.queue->lose(); }), 300);
+    EXPECT_EQ(sumAfter([&] { desk.queue->close(); }), 3000);
 }
 
 TEST(RequestQueue, outlivesItsCallersAndForgetsThoseThatAreCancelled)
 {
     // AddressSanitizer reports the destructors that run while a cancelled thread is unwound.
-    for (const bool handedOver : cancels ? std::vector{false, true} : std::vector<bool>{}) {
+    for (const bool handedOver :
+         VELK_TEST_CANCELS ? std::vector{false, true} : std::vector<bool>{}) {
         Desk desk;
         std::thread sender([&] { desk.queue->send({1}, never); });
         isReadable(desk.wakeup.descriptor(), -1);

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "velk/CANTransportClient.h"
+#include "velk/VelkException.h"
+
 #include <fstream>
 #include <future>
 #include <string>
@@ -8,6 +11,18 @@
 
 #include <poll.h>
 #include <unistd.h>
+
+using Clock = CANTransportClient::Clock;
+using Result = CANTransportClient::SendResult;
+constexpr auto never = Clock::time_point::max();
+
+inline CANTransportClient::Options ids(std::uint16_t own, std::uint16_t peer)
+{
+    CANTransportClient::Options options;
+    options.sendId = own;
+    options.receiveId = peer;
+    return options;
+}
 
 /// @return whether the descriptor is readable, at the latest after that time; -1: waits for it.
 inline bool isReadable(int descriptor, int timeoutMs = 0)
@@ -41,4 +56,15 @@ template <typename Function> std::thread startAndWait(Function function)
         return text.find(") R") == std::string::npos;
     });
     return thread;
+}
+
+/// @return what the function throws, or an empty one.
+template <typename Function> VelkException thrownBy(Function function)
+{
+    try {
+        function();
+    } catch (const VelkException& exception) {
+        return exception;
+    }
+    return {};
 }

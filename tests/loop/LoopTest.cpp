@@ -38,9 +38,9 @@ TEST(Loop, framesAndSignalsLeaveTheTimeThatIsLeft)
 {
     LogCapture log;
     Endpoint endpoint(1);
-    endpoint.framesOf(pattern(100), 0, 1);
+    endpoint.frame({0x10, 100});
     Access::setTimeLeft(endpoint, 500000);
-    endpoint.write(recordOf(cut(pattern(100))[1]));
+    endpoint.write(recordOf({1, 8, {0x20}}));
     Access::pass(endpoint);
     EXPECT_LE(Access::snapshot(endpoint).timerUs, 500000);
     const SignalEachMillisecond signals;
@@ -67,7 +67,7 @@ TEST(Loop, aClosedWriteEndIsToldOnceAndTheTimerAndStopGoOn)
 {
     LogCapture log;
     Endpoint endpoint(2);
-    endpoint.framesOf(pattern(100), 0, 1);
+    endpoint.frame({0x10, 100});
     Access::setTimeLeft(endpoint, 1000);
     log.out();
     close(std::exchange(Access::input(endpoint)[1], -1));

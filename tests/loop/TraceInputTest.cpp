@@ -1,3 +1,5 @@
+#include "velk/BufferMismatchException.h"
+
 #include "support/Endpoint.h"
 #include "support/LogCapture.h"
 
@@ -17,6 +19,8 @@ TEST(TraceInput, framesOfAllIdsAndRequestsAreTakenInOneCallInOrder)
         endpoint.write(bytesOf(CANTransportTraceMessage({7})));
         endpoint.write(bytesOf(CANAltTraceMessage(3, data, 2)));
         endpoint.takeInput();
+        endpoint.write(bytesOf(CANTraceMessage(1, pattern(9).data(), 9)));
+        EXPECT_THROW(endpoint.takeInput(), BufferMismatchException);
         std::vector<Bytes> expected(4, {0x41, 0, 0});
         expected[0] = {1, 2, 3, 4, 5, 6, 7};
         EXPECT_EQ(endpoint.delivered(), expected);

@@ -27,30 +27,23 @@ Bytes operator+(Bytes left, const Bytes& right)
 /// A buffer at the end of a pipe.
 class TraceMessageBufferTest : public testing::Test {
 protected:
-    /// Takes what there is: "message" for each one, and "dropped N" for an exception.
-    std::string takeAll()
-    {
-        std::string events;
-        EXPECT_EQ(buffer.read(), 0);
-        try {
-            while (const auto message = buffer.getNextMessage()) {
-                events += "message ";
-                given = given + bytesOf(*message);
-            }
-        } catch (const VelkException& error) {
-            events += error.str().substr(0, error.str().find(" bytes"));
-        }
-        return events;
-    }
-
-    /// The same of more than the pipe holds.
-    std::string takePiecewise(const Bytes& bytes)
+    /// Puts the bytes in, as many at a time as the pipe holds, and takes what there is: "message" for
+    /// each one, and "dropped N" for an exception.
+    std::string take(const Bytes& bytes)
     {
         std::string events;
         for (std::size_t at = 0; at < bytes.size(); at += 60000) {
             const std::size_t count = std::min<std::size_t>(60000, bytes.size() - at);
             pipe.write({bytes.data() + at, bytes.data() + at + count});
-            events += takeAll();
+            EXPECT_EQ(buffer.read(), 0);
+            try {
+                while (const auto message = buffer.getNextMessage()) {
+                    events += "message ";
+                    given = given + bytesOf(*message);
+                }
+            } catch (const VelkException& error) {
+                events += error.str().substr(0, error.str().find(" bytes"));
+            }
         }
         return events;
     }
@@ -110,11 +103,10 @@ TEST_F(TraceMessageBufferTest, everyRecordSurvivesBeingCutAnywhere)
     const Bytes stream = frame + other + recordWithAllFields() + unknown + empty + tunnel;
     for (std::size_t at = 0; at <= stream.size(); ++at) {
         given.clear();
-        pipe.write(first(at, stream));
-        std::string events = takeAll();
-        pipe.write({stream.data() + at, stream.data() + stream.size()});
-        events += takeAll();
-        ASSERT_EQ(events, "message message message message message message ") << "cut at " << at;
+        const std::string events = take(first(at, stream));
+        ASSERT_EQ(events + take({stream.data() + at, stream.data() + stream.size()}),
+                  "message message message message message message ")
+            << "cut at " << at;
         ASSERT_EQ(given, stream) << "cut at " << at;
     }
 }
@@ -137,17 +129,14 @@ TEST_F(TraceMessageBufferTest, dropsExactlyWhatIsNoRecord)
         {first(250, request) + frame + frame, "message message dropped 250"},
     };
     for (const auto& [bytes, events] : rows) {
-        pipe.write(bytes);
-        EXPECT_EQ(takeAll(), events) << "row " << testing::PrintToString(bytes);
+        EXPECT_EQ(take(bytes), events) << "row " << testing::PrintToString(bytes);
     }
 }
 
 TEST_F(TraceMessageBufferTest, waitsForTheRestOfWhatACutRecordTookForItsEnd)
 {
-    pipe.write(frame + first(36, frame) + first(60, other));
-    EXPECT_EQ(takeAll(), "message dropped 36");
-    pipe.write({other.data() + 60, other.data() + other.size()});
-    EXPECT_EQ(takeAll(), "message ");
+    EXPECT_EQ(take(frame + first(36, frame) + first(60, other)), "message dropped 36");
+    EXPECT_EQ(take({other.data() + 60, other.data() + other.size()}), "message ");
     EXPECT_EQ(given, frame + other);
 }
 
@@ -159,7 +148,7 @@ TEST_F(TraceMessageBufferTest, skipsARequestOfMoreThanAMegabyteWithTheRecordsInI
     }
     const Bytes longest = bytesOf(CANTransportTraceMessage(first((1 << 20) - 24, records)));
     const Bytes longer = bytesOf(CANTransportTraceMessage(first((1 << 20) - 23, records)));
-    EXPECT_EQ(takePiecewise(longest + longer + frame + longer),
+    EXPECT_EQ(take(longest + longer + frame + longer),
               "message skipped 1048577message skipped 1048577");
     EXPECT_EQ(given, longest + frame);
     EXPECT_TRUE(buffer.empty());

@@ -23,21 +23,6 @@ const std::string tag = "[ERROR] CANTransportThread::";
 
 } // namespace
 
-TEST(Reception, aMessageIsDeliveredUnderItsShortIdAndAcknowledgedUnderTheOwnOne)
-{
-    LogCapture log;
-    Endpoint endpoint;
-    endpoint.setSendCANid(0xF923); // sent() tells every id but 0x123
-    endpoint.frame({0x07, 1, 2, 3, 4, 5, 6, 7}, 0xABCD1234);
-    EXPECT_EQ(endpoint.delivered(), (std::vector<Bytes>{{1, 2, 3, 4, 5, 6, 7}}));
-    EXPECT_EQ(endpoint.lastDeliveredId, 0x1234U);
-    endpoint.framesOf(pattern(13), 0, 1);
-    endpoint.frame({0x20}, 0x12345);
-    endpoint.delivered();
-    EXPECT_EQ(endpoint.lastDeliveredId, 0x2345U) << "of the frame that makes it whole";
-    EXPECT_EQ(endpoint.sent(), (Lines{fc(3), fc(1), fc(3)}));
-}
-
 TEST(Reception, aMissingOrFaultyDelegateChangesNothing)
 {
     const std::string line = tag + "handleCANData() exception from the delegate: ";

@@ -1,17 +1,40 @@
 #include "simulation/Simulation.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
-const StandIn standIns[] = {
-    {"fault: a silent peer", {}, 0},
-    {"fault: a peer that refuses everything", {0, 2}, 3},
-    {"fault: a peer that is ready for ever", {1}, 2},
-    {"fault: a peer that answers unknown codes", {4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}, 3},
-    {"fault: a peer that acknowledges everything", {3}, 3},
+/// What happens to a side for some time.
+struct Disturbance {
+    const char* cell;
+    std::function<void(Station&, bool begins)> set;
 };
-const StandIn& readyForEver = standIns[2];
+
+/// Something else answers in the place of the peer.
+std::function<void(Station&, bool)> answering(std::vector<int> codes, int kinds)
+{
+    return [standIn = StandIn{std::move(codes), kinds}](Station& station, bool begins) {
+        station.standIn = begins ? std::optional(standIn) : std::nullopt;
+    };
+}
+
+const Disturbance disturbances[] = {
+    {"fault: the proxy is full (EAGAIN)",
+     [](Station& station, bool begins) { station.setProxyGone(begins, true); }},
+    {"fault: the proxy is gone (EPIPE)",
+     [](Station& station, bool begins) { station.setProxyGone(begins, false); }},
+    {"fault: the client's pipe takes nothing",
+     [](Station& station, bool begins) { station.setClientGone(begins); }},
+    {"fault: a peer that restarts",
+     [](Station& station, bool begins) { begins ? station.restart() : void(); }},
+    {"fault: a silent peer", answering({}, 0)},
+    {"fault: a peer that refuses everything", answering({0, 2}, 3)},
+    {"fault: a peer that is ready for ever", answering({1}, 2)},
+    {"fault: a peer that answers unknown codes",
+     answering({4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}, 3)},
+    {"fault: a peer that acknowledges everything", answering({3}, 3)},
+};
 
 } // namespace
 
@@ -20,7 +43,7 @@ void Simulation::planDisturbances()
     for (std::uint64_t left = random.chance(0.6) ? random.between(1, 3) : 0; left > 0; --left) {
         const Time start = timeBefore(faultsEnd);
         const Time length = static_cast<Time>(random.between(1, 8000)) * ms;
-        disturb(random.below(2), start, std::min(start + length, faultsEnd - 1));
+        disturb(sides[random.below(2)], start, std::min(start + length, faultsEnd - 1));
     }
     for (std::uint64_t left = random.chance(0.2) ? random.between(1, 30) : 0; left > 0; --left) {
         const std::size_t side = random.below(2);
@@ -30,55 +53,14 @@ void Simulation::planDisturbances()
     }
 }
 
-void Simulation::disturb(std::size_t side, Time start, Time end)
+void Simulation::disturb(Station& station, Time start, Time end)
 {
-    Station& station = sides[side];
-    const auto during = [&](const char* cell, const auto& begin, const auto& finish) {
-        actions.emplace(start, [this, cell, begin] {
-            cells.hit(cell);
-            begin();
-        });
-        actions.emplace(end, finish);
-    };
-    const auto kind = random.below(std::size(standIns) + 6);
-    switch (kind) {
-    case 0:
-    case 1: {
-        const bool full = kind == 0;
-        return during(
-            full ? "fault: the proxy is full (EAGAIN)" : "fault: the proxy is gone (EPIPE)",
-            [&station, full] { station.setProxyGone(true, full); },
-            [&station] { station.setProxyGone(false); });
-    }
-    case 2:
-        return during(
-            "fault: the client's pipe takes nothing", [&station] { station.setClientGone(true); },
-            [&station] { station.setClientGone(false); });
-    case 3:
-        return during( // its endpoint stands in the middle of a delivery, and everything else waits
-            "fault: the client does not read",
-            [&station, end] { station.busyUntil = std::max(station.busyUntil, end); }, [] {});
-    case 4:
-        actions.emplace(start, [this, side] { restart(side); });
-        return;
-    case 5: // a ready answer to a single frame ends a reception, all but its phase
-        during(
-            "fault: a ready answer crosses a first frame",
-            [this, side] {
-                sides[side].standIn = &readyForEver;
-                request(1 - side, 1);
-                request(side, 300);
-            },
-            [&station] { station.standIn = nullptr; });
-        actions.emplace(start + 700 * ms, [this, side] { clear(1 - side, true); });
-        return;
-    default: {
-        const StandIn& standIn = standIns[kind - 6];
-        return during(
-            standIn.cell, [&station, &standIn] { station.standIn = &standIn; },
-            [&station] { station.standIn = nullptr; });
-    }
-    }
+    const Disturbance& disturbance = disturbances[random.below(std::size(disturbances))];
+    actions.emplace(start, [this, &disturbance, &station] {
+        cells.hit(disturbance.cell);
+        disturbance.set(station, true);
+    });
+    actions.emplace(end, [&disturbance, &station] { disturbance.set(station, false); });
 }
 
 void Simulation::clear(std::size_t side, bool includeCurrent)
@@ -86,17 +68,4 @@ void Simulation::clear(std::size_t side, bool includeCurrent)
     Station& station = sides[side];
     const Effect effect = handle(station, [&] { station.endpoint->clear(includeCurrent); });
     Tables::checkClear(includeCurrent, effect, cells);
-    station.ledger.droppedTo(effect.after.queued);
-}
-
-void Simulation::restart(std::size_t side)
-{
-    cells.hit("fault: a peer that restarts");
-    Station& station = sides[side];
-    for (auto it = station.inbox.begin(); it != station.inbox.end(); it = station.inbox.erase(it)) {
-        if (it->second.request >= 0) {
-            station.ledger.refused(it->second.request);
-        }
-    }
-    station.restart();
 }

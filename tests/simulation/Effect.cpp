@@ -27,6 +27,7 @@ Effect effectOf(Endpoint& endpoint, const std::function<void()>& handler)
     effect.after = Access::snapshot(endpoint);
     effect.sent = endpoint.sentFrames();
     effect.delivered = endpoint.delivered();
+    effect.deliveredId = endpoint.lastDeliveredId;
     effect.statuses = endpoint.statuses();
     effect.timerAtStatus = endpoint.timerAtStatus;
     effect.stateAtStatus = endpoint.stateAtStatus;

@@ -13,6 +13,7 @@ struct Effect {
     Snapshot after{};
     std::vector<Frame> sent{};
     std::vector<Bytes> delivered{};
+    std::uint32_t deliveredId = 0; ///< Of the last one.
     Lines statuses{};
     int sleptMs = 0;
     int retriesInPause = -1; ///< `sendRetry` when the endpoint slept.

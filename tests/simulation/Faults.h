@@ -12,11 +12,9 @@ constexpr Time second = 1000 * ms;
 /// What one run meets, drawn from its seed. Rates are probabilities for each frame.
 struct Faults {
     double loss = 0;
-    double runLoss = 0; ///< 15, 16 or 17 consecutive frames in a row.
     double duplicate = 0;
     double stray = 0;
-    double damage = 0; ///< Records that are cut, corrupted or preceded by garbage.
-    double stall = 0;  ///< The bus stands still for up to 3 s.
+    double stall = 0; ///< The bus stands still for up to 3 s.
 
     static Faults draw(Random& random)
     {
@@ -26,10 +24,8 @@ struct Faults {
         };
         Faults faults;
         faults.loss = random.chance(0.3) ? rate(0.7, 0.3) : rate(0.5, 0.01);
-        faults.runLoss = rate(0.2, 0.01);
         faults.duplicate = random.chance(0.3) ? rate(0.5, 0.3) : rate(0.5, 0.01);
         faults.stray = rate(0.4, 0.02);
-        faults.damage = rate(0.3, 0.02);
         faults.stall = rate(0.2, 0.01);
         return faults;
     }

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <iomanip>
-#include <utility>
 
 namespace {
 
@@ -22,7 +21,7 @@ Frame frameOf(unsigned int first, std::uint32_t canID, Random& random)
 } // namespace
 
 /// A frame that an endpoint has sent, through the faults of the bus to the other.
-void Simulation::transmit(Station& from, const Frame& frame, Origin origin, Time departure)
+void Simulation::transmit(Station& from, const Frame& frame, Time departure)
 {
     Station& to = other(from);
     busFree = std::max(busFree, departure) + frameTime;
@@ -30,29 +29,21 @@ void Simulation::transmit(Station& from, const Frame& frame, Origin origin, Time
         cells.hit("fault: bus stalled");
         busFree += static_cast<Time>(random.below(3000)) * ms;
     }
-    if (to.standIn != nullptr) {
+    if (to.standIn) {
         trace(to, frame, "not heard");
         answerInPlaceOf(to, frame);
         return;
     }
-    if (runLeft == 0 && random.chance(faults.runLoss)) {
-        runLeft = static_cast<int>(random.between(15, 17));
-        cells.hit("fault: " + std::to_string(runLeft) + " lost");
-    }
-    const bool inRun = runLeft > 0 && frame.data[0] >> 4 == 2;
-    if (inRun) {
-        --runLeft;
-    }
-    if (inRun || random.chance(faults.loss)) {
+    if (random.chance(faults.loss)) {
         cells.hit("fault: lost");
         trace(to, frame, "lost");
     } else {
-        deliver(to, frame, origin);
+        deliver(to, frame);
     }
     if (random.chance(faults.duplicate)) {
         cells.hit("fault: doubled");
         busFree += frameTime;
-        deliver(to, frame, {origin.message, origin.index, true});
+        deliver(to, frame, "again");
     }
     if (random.chance(faults.stray)) {
         busFree += frameTime;
@@ -60,50 +51,10 @@ void Simulation::transmit(Station& from, const Frame& frame, Origin origin, Time
     }
 }
 
-void Simulation::deliver(Station& to, const Frame& frame, Origin origin)
+void Simulation::deliver(Station& to, const Frame& frame, const char* fate)
 {
-    trace(to, frame, origin.copy ? "again" : "");
-    Arrival arrival{recordOf(frame), frame, origin, -1};
-    // Behind a cut record only what begins with a marker: anything else would complete it, and
-    // nothing could tell.
-    const bool afterCut = std::exchange(to.lastWasCut, false);
-    if (random.chance(faults.damage)) {
-        damage(to, arrival, afterCut);
-    }
-    to.inbox.emplace(busFree, std::move(arrival));
-}
-
-void Simulation::damage(Station& to, Arrival& arrival, bool afterCut)
-{
-    const auto kind = random.below(afterCut ? 1 : 6);
-    if (kind == 0) {
-        cells.hit("fault: record cut");
-        // If less were cut, the shortest record after it would not fill the gap, and would wait.
-        arrival.bytes.resize(random.between(16, arrival.bytes.size() - 1));
-        to.lastWasCut = true;
-    } else if (kind == 1) {
-        cells.hit("fault: marker corrupted");
-        arrival.bytes[random.below(2)] ^= static_cast<unsigned char>(random.between(1, 255));
-    } else if (kind == 2) {
-        cells.hit("fault: id corrupted");
-        arrival.bytes[2] = 2;
-    } else if (kind == 3) {
-        cells.hit("fault: length corrupted");
-        arrival.bytes[26] = static_cast<unsigned char>(random.between(9, 255));
-    } else if (kind == 4) {
-        cells.hit("fault: frame too long");
-        const Bytes data(64, arrival.frame->data[0]);
-        arrival.bytes = bytesOf(CANTraceMessage(arrival.frame->canID, data.data(),
-                                                static_cast<std::uint8_t>(random.between(9, 64))));
-    } else {
-        cells.hit("fault: garbage in front");
-        const auto count = random.between(1, 50);
-        arrival.bytes.insert(arrival.bytes.begin(), count,
-                             static_cast<unsigned char>(random.below(0xA0)));
-        return;
-    }
-    arrival.frame.reset();
-    arrival.origin = {};
+    trace(to, frame, fate);
+    to.inbox.emplace(busFree, Arrival{frame});
 }
 
 void Simulation::answerInPlaceOf(Station& deaf, const Frame& frame)
@@ -114,7 +65,7 @@ void Simulation::answerInPlaceOf(Station& deaf, const Frame& frame)
         const Time thinks = random.chance(0.5) ? timeBefore(500 * ms) : 0;
         actions.emplace(busFree + thinks, [this, &deaf, answer] {
             busFree = std::max(busFree, now) + frameTime;
-            deliver(other(deaf), answer, {});
+            deliver(other(deaf), answer);
         });
     }
 }
@@ -133,9 +84,9 @@ void Simulation::inject(Station& to)
         frame.data[0] = 0x10;
         frame.data[1] = static_cast<std::uint8_t>(random.below(8));
     }
-    deliver(to, frame, {});
+    deliver(to, frame);
     if (shorter) {
-        deliver(to, frameOf(0x20, frame.canID, random), {});
+        deliver(to, frameOf(0x20, frame.canID, random));
     }
 }
 

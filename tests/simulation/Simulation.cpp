@@ -1,10 +1,6 @@
 #include "simulation/Simulation.h"
 
-#include "velk/BufferMismatchException.h"
-#include "velk/Millisleep.h"
-
 #include <algorithm>
-#include <iomanip>
 
 namespace {
 
@@ -18,7 +14,7 @@ Simulation::Simulation(std::uint64_t seed, Cells& cellCounts, std::ostream* ladd
       cells(cellCounts),
       trail(ladder),
       faults(Faults::draw(random)),
-      sides{{0x123, cellCounts}, {0x456, cellCounts}}
+      sides{Station(0x123), Station(0x456)}
 {
 }
 
@@ -31,23 +27,18 @@ void Simulation::run()
     planDisturbances();
     runUntil(faultsEnd, false);
     faults = {};
-    runLeft = 0;
     runUntil(now + restWithin, true);
     require(atRest(), "the endpoints do not come to rest");
     for (const std::size_t side : {0U, 1U}) {
         expectFreshMessage(side);
     }
-    for (const Station& station : sides) {
-        station.ledger.checkEnd();
-    }
 }
 
 void Simulation::expectFreshMessage(std::size_t side)
 {
-    const Station& station = sides[side];
-    const int message = request(side, 4095);
+    const Bytes message = request(side, 4095);
     runUntil(now + 60 * second, true);
-    require(station.ledger.delivered(message) && station.ledger.acknowledged(message),
+    require(sides[1 - side].received == message && sides[side].status == "CTT_ACKNOWLEDGED 255",
             "a fresh message does not get through after the faults");
 }
 
@@ -65,12 +56,12 @@ void Simulation::planRequests(std::size_t side)
     }
 }
 
-int Simulation::request(std::size_t side, std::size_t size)
+Bytes Simulation::request(std::size_t side, std::size_t size)
 {
-    Station& station = sides[side];
-    const int message = station.ledger.submit(size);
-    const Bytes record = bytesOf(CANTransportTraceMessage(station.ledger.bytesOf(message)));
-    station.inbox.emplace(now, Arrival{record, {}, {}, message});
+    Bytes message(size);
+    std::generate(message.begin(), message.end(),
+                  [this] { return static_cast<unsigned char>(random.below(256)); });
+    sides[side].inbox.emplace(now, Arrival{{}, message});
     return message;
 }
 
@@ -130,7 +121,7 @@ void Simulation::pass(Station& station)
         }
     } else {
         const Effect effect = handle(station, [&] { Access::expire(*station.endpoint); });
-        observe(station, effect, nullptr);
+        observe(station, effect);
         Tables::checkExpiry(effect, cells);
     }
     station.wait(station.busyUntil);
@@ -138,34 +129,15 @@ void Simulation::pass(Station& station)
 
 void Simulation::feed(Station& station, const Arrival& arrival)
 {
-    station.endpoint->write(arrival.bytes);
-    const Effect effect = handle(station, [&] {
-        try {
-            station.endpoint->takeInput();
-        } catch (const BufferMismatchException&) { // the thread sleeps and enters its code again
-            millisleep(10);
-            station.endpoint->takeInput();
-        }
-    });
-    if (arrival.frame) {
-        station.incoming.accept(*arrival.frame, arrival.origin, effect.before);
-    }
-    if (arrival.request >= 0) {
-        if (effect.after.queued > effect.before.queued) {
-            station.ledger.taken(arrival.request);
-        } else {
-            station.ledger.refused(arrival.request);
-        }
-    }
-    observe(station, effect, &arrival);
-    if (arrival.frame) {
-        Tables::checkFrame(*arrival.frame, effect, cells);
-    } else if (arrival.request >= 0) {
-        Tables::checkRequest(effect, cells);
+    if (arrival.request) {
+        const Effect effect = handle(station, [&] { station.endpoint->request(*arrival.request); });
+        observe(station, effect);
+        Tables::checkRequest(*arrival.request, effect, cells);
     } else {
-        require(effect.sent.empty() && effect.delivered.empty() && effect.statuses.empty() &&
-                    effect.before.state == effect.after.state,
-                "a damaged record has an effect");
+        station.endpoint->write(recordOf(arrival.frame));
+        const Effect effect = handle(station, [&] { station.endpoint->takeInput(); });
+        observe(station, effect);
+        Tables::checkFrame(arrival.frame, effect, cells);
     }
 }
 
@@ -178,28 +150,12 @@ Effect Simulation::handle(Station& station, const std::function<void()>& handler
     return effect;
 }
 
-/// Books what has left the endpoint, and hands its frames to the bus.
-void Simulation::observe(Station& station, const Effect& effect, const Arrival* cause)
+/// Hands the frames that have left the endpoint to the bus.
+void Simulation::observe(Station& station, const Effect& effect)
 {
-    if (effect.proxyGone) {
-        station.ledger.lostSight();
-    }
-    const Origin answered{station.incoming.mixed ? Origin::stranger : station.incoming.message, 0,
-                          false};
-    for (const Bytes& payload : effect.delivered) {
-        other(station).ledger.arrived(payload, station.incoming);
-    }
     for (const Frame& frame : effect.sent) {
-        const bool answer = frame.data[0] >> 4 == CANTransportThread::CTP_FLOW_CONTROL;
-        const Origin origin = answer ? answered : station.ledger.left(frame);
-        transmit(station, frame, origin, station.busyUntil);
+        transmit(station, frame, station.busyUntil);
     }
-    for (const std::string& status : effect.statuses) {
-        if (status.rfind("CTT_ACKNOWLEDGED", 0) == 0) {
-            station.ledger.acknowledged(std::stoi(status.substr(status.find(' '))), cause->origin);
-        }
-    }
-    station.ledger.droppedTo(effect.after.queued);
-    require(station.ledger.queued() == effect.after.queued,
-            "the queue has another length than its messages");
+    station.received = effect.delivered.empty() ? station.received : effect.delivered.back();
+    station.status = effect.statuses.empty() ? station.status : effect.statuses.back();
 }

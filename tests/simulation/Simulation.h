@@ -24,10 +24,9 @@ private:
     }
     void planRequests(std::size_t side);
     void planDisturbances();
-    void disturb(std::size_t side, Time start, Time end);
-    int request(std::size_t side, std::size_t size);
+    void disturb(Station& station, Time start, Time end);
+    Bytes request(std::size_t side, std::size_t size);
     void clear(std::size_t side, bool includeCurrent);
-    void restart(std::size_t side);
 
     // Time.
     void runUntil(Time end, bool untilRest);
@@ -40,13 +39,12 @@ private:
     // One event of an endpoint.
     void feed(Station& station, const Arrival& arrival);
     Effect handle(Station& station, const std::function<void()>& handler) const;
-    void observe(Station& station, const Effect& effect, const Arrival* cause);
+    void observe(Station& station, const Effect& effect);
 
     // The bus.
-    void transmit(Station& from, const Frame& frame, Origin origin, Time departure);
-    void deliver(Station& to, const Frame& frame, Origin origin);
+    void transmit(Station& from, const Frame& frame, Time departure);
+    void deliver(Station& to, const Frame& frame, const char* fate = "");
     void answerInPlaceOf(Station& deaf, const Frame& frame);
-    void damage(Station& to, Arrival& arrival, bool afterCut);
     void inject(Station& to);
     void trace(const Station& to, const Frame& frame, const char* fate);
     Station& other(const Station& station) { return &station == &sides[0] ? sides[1] : sides[0]; }
@@ -59,5 +57,4 @@ private:
     std::multimap<Time, std::function<void()>> actions;
     Time now = 0;
     Time busFree = 0;
-    int runLeft = 0; ///< Of consecutive frames that are still to be lost in a row.
 };

@@ -1,23 +1,21 @@
 #pragma once
 
 #include "simulation/Faults.h"
-#include "simulation/Ledger.h"
+#include "simulation/Tables.h"
+#include "support/Promise.h"
 
 #include <map>
 #include <memory>
 #include <optional>
 
-/// What arrives at the input pipe of an endpoint in one piece.
+/// What arrives at the input pipe of an endpoint.
 struct Arrival {
-    Bytes bytes;
-    std::optional<Frame> frame; ///< If the bytes are one whole frame.
-    Origin origin;
-    int request = -1; ///< If the bytes are a request.
+    Frame frame;
+    std::optional<Bytes> request{}; ///< The message, if it is no frame.
 };
 
 /// What answers in the place of an endpoint that does not listen.
 struct StandIn {
-    const char* cell;
     std::vector<int> codes; ///< Of the answers, one at random each time.
     int kinds;              ///< Frames of the kinds below this are answered.
 };
@@ -25,23 +23,16 @@ struct StandIn {
 /// One endpoint in virtual time, with what its loop waits for. It is driven without its thread; the
 /// passes of the loop are made by Simulation.
 struct Station {
-    Station(unsigned short id, Cells& cellCounts)
-        : canID(id),
-          ledger(id, cellCounts),
-          cells(cellCounts)
-    {
-        restart();
-    }
+    explicit Station(unsigned short id) : canID(id) { restart(); }
 
     void restart()
     {
+        inbox.clear();
         endpoint = std::make_unique<Endpoint>();
         endpoint->setSendCANid(canID);
         timed = false;
         clientGone = false;
         proxyGone = false;
-        incoming = {};
-        ledger.droppedTo(0);
     }
 
     void setClientGone(bool gone)
@@ -52,7 +43,7 @@ struct Station {
         }
     }
 
-    void setProxyGone(bool gone, bool full = false)
+    void setProxyGone(bool gone, bool full)
     {
         gone ? endpoint->breakProxy(full) : endpoint->mendProxy();
         proxyGone = gone;
@@ -61,12 +52,8 @@ struct Station {
     /// The end of a pass: what select() would be given.
     void wait(Time now)
     {
-        const bool consecutive = Access::receiving(*endpoint);
         timed = !Access::restIfIdle(*endpoint);
         const Snapshot state = Access::snapshot(*endpoint);
-        if (!timed && consecutive) {
-            cells.hit("reception: left behind, ended at rest");
-        }
         require(timed == (state.state != 0 || state.queued > 0) && timed == (state.selectedUs != 0),
                 "the timer is armed if and only if the endpoint is not at rest");
         require(timed || !state.consecutive, "a receive phase is left behind at rest");
@@ -76,16 +63,14 @@ struct Station {
     const unsigned short canID;
     std::unique_ptr<Endpoint> endpoint;
     std::multimap<Time, Arrival> inbox;
-    Ledger ledger; ///< Of the messages that this side sends.
-    Cells& cells;
 
     Time busyUntil = 0;
     bool timed = false;
     Time deadline = 0;
 
-    Incoming incoming;
+    Bytes received;     ///< The last message of the client.
+    std::string status; ///< The last one.
     bool clientGone = false;
     bool proxyGone = false;
-    bool lastWasCut = false;
-    const StandIn* standIn = nullptr;
+    std::optional<StandIn> standIn;
 };

@@ -7,6 +7,7 @@
 
 namespace {
 
+using Frames = std::vector<Frame>;
 constexpr int sending = CANTransportThread::RCTS_SENDING;
 constexpr int receiving = CANTransportThread::RCTS_RECEIVING;
 constexpr int waiting = CANTransportThread::RCTS_WAIT_FOR_FC;
@@ -15,25 +16,13 @@ constexpr long second = 1000000; ///< Of the timer.
 int kindOf(const Frame& frame) { return frame.data[0] >> 4; }
 int lowOf(const Frame& frame) { return frame.data[0] & 0x0F; }
 
-/// The codes of the flow-control frames that were sent: "31".
-std::string answersOf(const Effect& effect)
-{
-    std::string codes;
-    for (const Frame& frame : effect.sent) {
-        if (kindOf(frame) == 3) {
-            codes += std::to_string(lowOf(frame));
-        }
-    }
-    return codes;
-}
-
 /// What an event has to leave behind: whatever a row does not name stays as it was.
 struct Expected : Snapshot {
     explicit Expected(const Effect& effect) : Snapshot(effect.before) {}
 
     void hear()
     {
-        statuses += connected ? "" : "CTT_CONNECTED ";
+        statuses += connected ? "" : "CTT_CONNECTED 0 ";
         reportFailure = reportFailure || !connected;
         connected = true;
     }
@@ -41,7 +30,7 @@ struct Expected : Snapshot {
     {
         state &= ~receiving;
         consecutive = false;
-        received = 0;
+        received.clear();
     }
     void sender(int flags, std::size_t frameOfMessage = 0)
     {
@@ -57,9 +46,10 @@ struct Expected : Snapshot {
     }
 
     std::string answers{};
-    std::string statuses{}; ///< Without their values.
+    std::string statuses{};
     std::size_t dataFrames = 0;
-    std::size_t delivered = 0;
+    std::vector<Bytes> delivered{};
+    std::uint32_t deliveredId = 0;
 };
 
 template <typename Value>
@@ -72,22 +62,38 @@ void same(const std::string& row, const char* what, const Value& is, const Value
     }
 }
 
+bool alike(const Frames& one, const Frames& other)
+{
+    return std::equal(
+        one.begin(), one.end(), other.begin(), other.end(), [](const Frame& a, const Frame& b) {
+            return a.canID == b.canID && a.len == b.len && std::equal(a.data, a.data + 8, b.data);
+        });
+}
+
 void compare(const std::string& row, const Effect& effect, const Expected& expected, Cells& cells)
 {
     const Snapshot& after = effect.after;
     std::string statuses;
     for (const std::string& status : effect.statuses) {
-        statuses += status.substr(0, status.find(' ')) + ' ';
+        statuses += status + ' ';
         cells.hit("status: " + status.substr(0, status.find(' ')));
     }
-    const std::string answers = answersOf(effect);
-    const std::size_t dataFrames = effect.sent.size() - answers.size();
+    std::string answers; ///< Codes of the flow-control frames: "31".
+    Frames sent;         ///< The others.
+    for (const Frame& frame : effect.sent) {
+        if (kindOf(frame) == 3) {
+            answers += std::to_string(lowOf(frame));
+        } else {
+            sent.push_back(frame);
+        }
+    }
     cells.hit(row);
     same(row, "state", after.state, expected.state);
     same(row, "phase", after.consecutive, expected.consecutive);
     same(row, "sequenceCounter", after.sequence, expected.sequence);
     same(row, "remainingLength", after.remaining, expected.remaining);
-    same(row, "size of receiveBuffer", after.received, expected.received);
+    same(row, "size of receiveBuffer", after.received.size(), expected.received.size());
+    same(row, "receiveBuffer as expected", after.received == expected.received, true);
     same(row, "receptionSpoiled", after.spoiled, expected.spoiled);
     same(row, "size of sendQueue", after.queued, expected.queued);
     same(row, "msgPart", after.position, expected.position);
@@ -97,8 +103,18 @@ void compare(const std::string& row, const Effect& effect, const Expected& expec
     same(row, "reportFailure", after.reportFailure, expected.reportFailure);
     same(row, "statuses", statuses, expected.statuses);
     same(row, "answers", answers, effect.proxyGone ? "" : expected.answers);
-    same(row, "data frames", dataFrames, effect.proxyGone ? 0 : expected.dataFrames);
-    same(row, "deliveries", effect.delivered.size(), expected.delivered);
+    Frames dataFrames;
+    if (expected.dataFrames > 0 && !effect.proxyGone) {
+        const auto end = expected.position == 0 ? after.front.begin() + 1 : after.front.end();
+        dataFrames.assign(end - static_cast<std::ptrdiff_t>(expected.dataFrames), end);
+    }
+    same(row, "data frames", sent.size(), dataFrames.size());
+    same(row, "data frames as queued", alike(sent, dataFrames), true);
+    same(row, "deliveries", effect.delivered.size(), expected.delivered.size());
+    same(row, "delivered as received", effect.delivered == expected.delivered, true);
+    if (!effect.delivered.empty()) {
+        same(row, "id of the delivery", effect.deliveredId, expected.deliveredId);
+    }
 }
 
 std::string wordOf(const Frame& frame)
@@ -118,10 +134,11 @@ void checkDataFrame(const Frame& frame, const Effect& effect, Cells& cells)
     Expected then(effect);
     then.hear();
     bool whole = false;
+    bool ended = false;
     if (!fits || (kind == 0 && length > 7)) {
         const std::string phase = before.consecutive ? "consecutive" : "first or single";
         row = "reception, " + phase + ": refused " + wordOf(frame);
-        then.received = 0;
+        then.received.clear();
         then.spoiled = before.consecutive;
         then.answers = "0";
     } else if (kind == 2 && (lowOf(frame) != before.sequence || before.remaining < 0)) {
@@ -133,32 +150,35 @@ void checkDataFrame(const Frame& frame, const Effect& effect, Cells& cells)
         then.sequence = (before.sequence + 1) % 16;
         then.remaining = std::max(0, before.remaining - 7);
         whole = then.remaining == 0 && !before.spoiled;
-        if (then.remaining > 0) {
-            row = "reception: bytes stored";
-            then.received += before.spoiled ? 0 : 7;
-        } else {
-            row = before.spoiled ? "reception: end of a spoiled message" : row;
-            then.endReception();
-        }
+        const int count = before.spoiled ? 0 : before.remaining - then.remaining;
+        then.received.insert(then.received.end(), frame.data + 1, frame.data + 1 + count);
+        row = then.remaining > 0 ? "reception: bytes stored"
+              : before.spoiled   ? "reception: end of a spoiled message"
+                                 : row;
+        ended = then.remaining == 0;
     } else {
         row = kind == 0    ? "reception: single frame"
               : length > 6 ? "reception: first frame"
                            : "reception: first frame of 6 or less";
-        whole = kind == 0 || length <= 6;
+        whole = ended = kind == 0 || length <= 6;
         then.endReception();
+        then.received.assign(frame.data + 1 + kind, frame.data + (kind == 0 ? 1 + length : 8));
         then.spoiled = false;
         then.remaining = kind == 0 ? 0 : length - 6;
         then.timerUs = second;
     }
     if (whole) {
-        then.delivered = effect.clientGone ? 0 : 1;
+        then.delivered.assign(effect.clientGone ? 0 : 1, then.received);
+        then.deliveredId = frame.canID & 0xFFFFU;
         then.answers = effect.clientGone ? "2" : "3";
+    }
+    if (ended) {
+        then.endReception();
     }
     if (fits && kind == 1) {
         then.sequence = 0;
         then.state |= receiving;
         then.consecutive = true;
-        then.received = whole ? 0 : 6;
         then.answers += "1";
     }
     compare(row, effect, then, cells);
@@ -176,7 +196,7 @@ void checkFailure(const std::string& cause, const Effect& effect, Expected then,
         then.retries = 0;
         then.queued = 0;
         if (then.reportFailure) {
-            then.statuses += then.connected ? "CTT_DISCONNECTED " : "CTT_SEND_TIMEOUT ";
+            then.statuses += then.connected ? "CTT_DISCONNECTED 0 " : "CTT_SEND_TIMEOUT 0 ";
             then.reportFailure = false;
         }
         if (then.connected) {
@@ -207,25 +227,25 @@ void checkFlowControl(const Frame& frame, const Effect& effect, Cells& cells)
         return;
     } else if (code == 3) {
         row = "sender, waiting: acknowledged";
-        then.statuses += "CTT_ACKNOWLEDGED ";
+        then.statuses += "CTT_ACKNOWLEDGED " + std::to_string(before.front[0].data[1]) + ' ';
         same(row, "state in the report", effect.stateAtStatus, before.state & ~waiting);
         then.sender(0);
         then.consecutive = false;
         then.queued = before.queued - 1;
         then.retries = 0;
         then.timerUs = second / 100;
-    } else if (code == 1 && before.frames == 1) {
+    } else if (code == 1 && before.front.size() == 1) {
         row = "sender, waiting: ready after a single frame";
         then.sender(0);
         then.state = 0;
         then.retries = 0;
-    } else if (code == 1 && before.position == before.frames) {
+    } else if (code == 1 && before.position == before.front.size()) {
         row = "sender, waiting: ready after a burst";
         then.state = before.state;
     } else if (code == 1) {
         row = "sender, waiting: ready";
         then.retries = 0;
-        then.send(before.frames - 1, before.frames);
+        then.send(before.front.size() - 1, before.front.size());
     }
     compare(row, effect, then, cells);
 }
@@ -241,13 +261,18 @@ void Tables::checkFrame(const Frame& frame, const Effect& effect, Cells& cells)
     }
 }
 
-void Tables::checkRequest(const Effect& effect, Cells& cells)
+void Tables::checkRequest(const Bytes& message, const Effect& effect, Cells& cells)
 {
     const Snapshot& before = effect.before;
     std::string row = "sender: request too long";
     Expected then(effect);
-    if (effect.after.queued != before.queued) {
+    if (message.size() <= 4095) {
         ++then.queued;
+        auto frames = cut(message);
+        for (Frame& frame : frames) {
+            frame.canID = before.ownId;
+        }
+        same(row, "frames", alike(effect.after.back, frames), true);
         row = (before.state & sending) == 0 ? "sender: request during a reception"
                                             : "sender: request behind another";
         if (before.state == 0) {
@@ -270,7 +295,7 @@ void Tables::checkExpiry(const Effect& effect, Cells& cells)
         cells.hit("reception: expiry");
         then.endReception();
         then.answers = "2";
-        then.statuses = "CTT_RECEIVE_TIMEOUT ";
+        then.statuses = "CTT_RECEIVE_TIMEOUT 0 ";
     }
     std::string row = "sender, not sending: expiry";
     if ((before.state & waiting) != 0) {
@@ -282,12 +307,12 @@ void Tables::checkExpiry(const Effect& effect, Cells& cells)
             row += " starts a message";
             then.send(1);
         }
-    } else if (before.position + 1 < before.frames) {
+    } else if (before.position + 1 < before.front.size()) {
         row = "sender, without a wait: expiry with frames left";
-        then.send(before.frames - before.position - 1, before.frames);
+        then.send(before.front.size() - before.position - 1, before.front.size());
     } else {
-        row = before.frames == 1 ? "sender, without a wait: expiry after a single frame"
-                                 : "sender, without a wait: expiry after a burst";
+        row = before.front.size() == 1 ? "sender, without a wait: expiry after a single frame"
+                                       : "sender, without a wait: expiry after a burst";
         then.sender(0);
         then.state = 0;
     }

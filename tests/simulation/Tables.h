@@ -7,7 +7,7 @@
 namespace Tables {
 
 void checkFrame(const Frame& frame, const Effect& effect, Cells& cells);
-void checkRequest(const Effect& effect, Cells& cells);
+void checkRequest(const Bytes& message, const Effect& effect, Cells& cells);
 void checkExpiry(const Effect& effect, Cells& cells);
 void checkClear(bool includeCurrent, const Effect& effect, Cells& cells);
 

@@ -72,14 +72,6 @@ void Endpoint::frame(std::initializer_list<std::uint8_t> data, std::uint32_t can
     Access::handle(*this, message);
 }
 
-void Endpoint::framesOf(const Bytes& message, std::size_t from, std::size_t to)
-{
-    const auto frames = cut(message);
-    for (std::size_t i = from; i < std::min(to, frames.size()); ++i) {
-        Access::handle(*this, frames[i]);
-    }
-}
-
 void Endpoint::request(const Bytes& message)
 {
     write(bytesOf(CANTransportTraceMessage(message)));
@@ -138,17 +130,19 @@ void Endpoint::mendClient() { Access::output(*this)[1] = std::exchange(savedOutp
 Access::Snapshot Access::snapshot(CANTransportThread& e)
 {
     const MutexLock lock(e.queueMutex);
-    const std::size_t frames = e.sendQueue.empty() ? 0 : e.sendQueue.front()->size();
+    const bool queued = !e.sendQueue.empty();
     const bool sending = (e.state & CANTransportThread::RCTS_SENDING) != 0;
     const auto position = sending ? e.msgPart - e.sendQueue.front()->begin() : 0;
-    return {e.state,
-            receiving(e),
+    return {e.sendCANid,
+            e.state,
+            e.expectedFrame == CANTransportThread::EXPECT_CONSECUTIVE,
             e.sequenceCounter,
             e.remainingLength,
-            e.receiveBuffer.size(),
+            e.receiveBuffer,
             e.receptionSpoiled,
             e.sendQueue.size(),
-            frames,
+            queued ? *e.sendQueue.front() : std::vector<TPCANMsg>{},
+            queued ? *e.sendQueue.back() : std::vector<TPCANMsg>{},
             static_cast<std::size_t>(position),
             e.sendRetry,
             e.connected,

@@ -15,15 +15,17 @@ struct CANTransportThreadAccess {
     using TPCANMsg = CANTransportThread::TPCANMsg;
     /// All that an event can change.
     struct Snapshot {
+        std::uint32_t ownId;
         int state;
         bool consecutive; ///< The receive phase.
         int sequence;
         int remaining;
-        std::size_t received;
+        Bytes received;
         bool spoiled;
         std::size_t queued;
-        std::size_t frames;   ///< Of the front message.
-        std::size_t position; ///< Of msgPart in them, while sending.
+        std::vector<TPCANMsg> front; ///< Frames of the first message.
+        std::vector<TPCANMsg> back;  ///< Of the last one.
+        std::size_t position;        ///< Of msgPart in `front`, while sending.
         int retries;
         bool connected;
         bool reportFailure;
@@ -37,10 +39,6 @@ struct CANTransportThreadAccess {
     }
     static long inUs(const timeval& time) { return time.tv_sec * 1000000 + time.tv_usec; }
     static void checkInvariants(CANTransportThread& e) { e.checkInvariants(); }
-    static bool receiving(const CANTransportThread& e)
-    {
-        return e.expectedFrame == CANTransportThread::EXPECT_CONSECUTIVE;
-    }
     static int state(const CANTransportThread& e) { return e.state; }
     static long timerUs(const CANTransportThread& e) { return inUs(e.selectTimeoutLeft); }
     static int (&input(CANTransportThread& e))[2] { return e.inputPipe; }
@@ -100,8 +98,6 @@ public:
     /// A frame from the bus; data bytes that are not given are 0.
     void frame(std::initializer_list<std::uint8_t> data, std::uint32_t canID = peerId);
     void flowControl(int code) { frame({static_cast<std::uint8_t>(0x30 | code)}); }
-    /// The frames of a message from the bus, from frame number `from` up to, not including, `to`.
-    void framesOf(const Bytes& message, std::size_t from = 0, std::size_t to = SIZE_MAX);
     /// A request of the client, taken from the pipe at once.
     void request(const Bytes& message);
     /// Bytes into the input pipe; they wait there until takeInput().

@@ -11,6 +11,9 @@
 #include <memory>
 #include <string>
 
+#include <sys/socket.h>
+#include <sys/un.h>
+
 /// A bus in a temporary folder.
 class TemporaryBus {
 public:
@@ -38,3 +41,13 @@ private:
     std::string folder;
     std::unique_ptr<VirtualBus> bus;
 };
+
+/// @return a socket with that path, which does not listen yet.
+inline Descriptor bindTo(const std::string& path)
+{
+    Descriptor listener(socket(AF_UNIX, SOCK_STREAM, 0));
+    sockaddr_un address{AF_UNIX, {}};
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    EXPECT_EQ(bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    return listener;
+}

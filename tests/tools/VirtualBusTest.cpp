@@ -1,97 +1,92 @@
 #include "bus/VirtualBus.h"
 
-#include "velk/TraceMessageBuffer.h"
 #include "velk/VelkException.h"
 
+#include "SocketLink.h"
+#include "Tally.h"
+#include "client/Waiting.h"
 #include "tools/TemporaryBus.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <deque>
 #include <map>
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 
 namespace {
 
 /// A connection to the bus without a client.
 class Node {
 public:
-    explicit Node(const TemporaryBus& bus) : socket(::socket(AF_UNIX, SOCK_SEQPACKET, 0))
+    explicit Node(const TemporaryBus& bus) : link(connectTo(bus.path(), tally))
     {
-        sockaddr_un address{AF_UNIX, {}};
-        bus.path().copy(address.sun_path, sizeof address.sun_path - 1);
-        EXPECT_EQ(connect(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        buffer = std::make_unique<TraceMessageBuffer>(socket.get(), nullptr);
+        const int room = 1 << 17; // so that many frames wait
+        setsockopt(link->descriptor(), SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
+        fcntl(link->descriptor(), F_SETFL, 0); // send() waits for room
     }
 
     void send(std::uint32_t canID, std::uint8_t first) const
     {
-        std::vector<unsigned char> record;
-        serialise({canID, 8, {first}}, record);
-        sendBytes(record);
+        EXPECT_EQ(link->send({canID, 8, {first}}), Link::Sent::done);
     }
     void sendBytes(const std::vector<unsigned char>& bytes) const
     {
-        EXPECT_NE(::send(socket.get(), bytes.data(), bytes.size(), 0), -1);
+        EXPECT_NE(::send(link->descriptor(), bytes.data(), bytes.size(), 0), -1);
     }
     /// Waits for `count` frames. @return their ids and first bytes.
-    std::vector<std::pair<std::uint32_t, int>> receive(std::size_t count)
+    std::vector<std::pair<std::uint32_t, int>> receive(std::size_t count) const
     {
-        std::vector<std::pair<std::uint32_t, int>> frames;
+        std::vector<Link::Frame> frames;
         while (frames.size() < count) {
-            TraceRecord::View record;
-            if (buffer->getNextRecord(record)) {
-                const CANFrame frame = frameOf(record).value();
-                frames.emplace_back(frame.canID, frame.data[0]);
-            } else {
-                buffer->read();
-            }
+            isReadable(link->descriptor(), -1);
+            link->receive(frames, count - frames.size());
         }
-        return frames;
+        std::vector<std::pair<std::uint32_t, int>> heads;
+        for (const Link::Frame& frame : frames) {
+            heads.emplace_back(frame.canID, frame.data[0]);
+        }
+        return heads;
     }
 
 private:
-    Descriptor socket;
-    std::unique_ptr<TraceMessageBuffer> buffer;
+    Tally tally;
+    std::unique_ptr<Link> link;
 };
 
 void waitForNodes(const TemporaryBus& bus, std::uint64_t count)
 {
-    while (bus.counters().nodes < count) {
-        std::this_thread::yield();
-    }
+    waitUntil([&] { return bus.counters().nodes == count; });
 }
 
 } // namespace
 
 TEST(VirtualBus, carriesFramesInOneOrderToTwoHundredNodes)
 {
-    constexpr std::uint8_t framesOfEach = 20;
-    constexpr std::size_t senders = 3;
     const TemporaryBus bus;
-    std::vector<std::unique_ptr<Node>> nodes;
-    for (std::size_t i = 0; i < 200; ++i) {
-        nodes.push_back(std::make_unique<Node>(bus));
+    std::deque<Node> nodes;
+    while (nodes.size() < 200) {
+        nodes.emplace_back(bus);
     }
     waitForNodes(bus, 200);
-    for (std::uint8_t i = 0; i < framesOfEach; ++i) {
-        for (std::uint32_t id = 0; id < senders; ++id) {
-            nodes[id]->send(id, i);
+    for (std::uint8_t i = 0; i < 20; ++i) {
+        for (std::uint32_t id = 0; id < 3; ++id) {
+            nodes[id].send(id, i);
         }
     }
-    const auto all = nodes[senders]->receive(senders * framesOfEach);
+    const auto all = nodes[3].receive(60);
     std::map<std::uint32_t, int> next;
     for (const auto& [id, number] : all) {
         EXPECT_EQ(number, next[id]++);
     }
-    for (std::size_t i = senders + 1; i < nodes.size(); ++i) {
-        ASSERT_EQ(nodes[i]->receive(all.size()), all);
+    for (std::size_t i = 4; i < nodes.size(); ++i) {
+        ASSERT_EQ(nodes[i].receive(60), all);
     }
-    for (const auto& [id, number] : nodes[0]->receive((senders - 1) * framesOfEach)) {
+    for (const auto& [id, number] : nodes[0].receive(40)) {
         EXPECT_NE(id, 0U) << "receives its own frames";
     }
 }
@@ -102,24 +97,22 @@ TEST(VirtualBus, dropsOnlyForANodeThatDoesNotReadAndKeepsTheOrder)
     options.queueLength = 4;
     const TemporaryBus bus(options);
     const Node sender(bus);
-    Node idle(bus);
-    Node reader(bus);
+    const Node idle(bus);
+    const Node reader(bus);
     waitForNodes(bus, 3);
     std::size_t sent = 0;
     while (bus.counters().overflowDrops == 0) {
         sender.send(1, static_cast<std::uint8_t>(sent++));
         EXPECT_EQ(reader.receive(1)[0].second, static_cast<std::uint8_t>(sent - 1));
     }
-    while (bus.counters().carried < sent) {
-        std::this_thread::yield();
-    }
+    waitUntil([&] { return bus.counters().carried == sent; });
     const auto late = idle.receive(sent - bus.counters().overflowDrops);
     for (std::size_t i = 0; i < late.size(); ++i) {
         ASSERT_EQ(late[i].second, static_cast<std::uint8_t>(i));
     }
 }
 
-TEST(VirtualBus, nodesThatNeverPauseDoNotBlockOthers)
+TEST(VirtualBus, acceptsANodeWhileOthersNeverPause)
 {
     VirtualBus::Options slow; // so that frames always wait
     slow.observer = [](const CANFrame&, VirtualBus::Fate) { usleep(100); };
@@ -133,7 +126,7 @@ TEST(VirtualBus, nodesThatNeverPauseDoNotBlockOthers)
     std::thread one(sendAlways);
     std::thread other(sendAlways);
     waitForNodes(bus, 2);
-    Node late(bus);
+    const Node late(bus);
     late.receive(1);
     done = true;
     one.join();
@@ -144,7 +137,7 @@ TEST(VirtualBus, survivesALostNodeBytesThatAreNoFrameAndEmptyPackets)
 {
     TemporaryBus bus;
     const Node sender(bus);
-    Node listener(bus);
+    const Node listener(bus);
     auto gone = std::make_unique<Node>(bus);
     waitForNodes(bus, 3);
     gone->send(1, 6);
@@ -156,9 +149,6 @@ TEST(VirtualBus, survivesALostNodeBytesThatAreNoFrameAndEmptyPackets)
     sender.send(1, 7);
     const auto frames = listener.receive(2); // in either order
     EXPECT_EQ(frames[0].second + frames[1].second, 6 + 7);
-    while (bus.counters().unreadable == 0) { // counted before the bus waits again
-        std::this_thread::yield();
-    }
-    VirtualBus::Options other;
-    EXPECT_THROW(VirtualBus(bus.path(), other), VelkException) << "another bus has the socket";
+    waitUntil([&] { return bus.counters().unreadable != 0; }); // counted before the bus waits again
+    EXPECT_THROW(VirtualBus(bus.path(), {}), VelkException) << "another bus has the socket";
 }

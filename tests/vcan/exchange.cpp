@@ -2,11 +2,9 @@
 // another and comes back. If the bus is lost meanwhile, both reconnect, and the message starts again.
 
 #include "velk/CANTransportClient.h"
-#include "velk/LogUtil.h"
 
 #include <chrono>
 #include <iostream>
-#include <mutex>
 #include <numeric>
 #include <optional>
 #include <thread>
@@ -45,30 +43,6 @@ bool goesThrough(const Client::Bytes& message, const Client::Bytes& previous, Cl
     return received->bytes == message;
 }
 
-void tellOfTheLoss()
-{
-    const std::lock_guard<std::mutex> lock(LogUtil::logMutex);
-    std::cout << "the bus is lost" << std::endl;
-}
-
-/// In turns: of two messages that cross, each may end the other.
-bool goesBothWays(const Client::Bytes& message, const Client::Bytes& previous, Client& one,
-                  Client& other)
-{
-    for (;;) {
-        try {
-            return goesThrough(message, previous, one, other) &&
-                   goesThrough(message, previous, other, one);
-        } catch (const Client::BusLost&) {
-            tellOfTheLoss();
-            std::this_thread::sleep_for(
-                std::chrono::milliseconds(100)); // it may be down for longer
-            one.reconnect();
-            other.reconnect();
-        }
-    }
-}
-
 } // namespace
 
 int main(int, char** arguments)
@@ -76,13 +50,25 @@ int main(int, char** arguments)
     Client one(arguments[1], optionsOf(0x123, 0x321));
     Client other(arguments[1], optionsOf(0x321, 0x123));
     Client::Bytes previous;
-    for (std::size_t size = 0; std::cin >> size;) {
+    std::size_t size = 0;
+    for (bool again = false; again || std::cin >> size;) {
+        again = false;
         const auto message = messageOf(size);
-        if (!goesBothWays(message, previous, one, other)) {
-            std::cerr << size << " bytes did not go through" << std::endl;
-            return 1;
+        try { // in turns: of two messages that cross, each may end the other
+            if (!goesThrough(message, previous, one, other) ||
+                !goesThrough(message, previous, other, one)) {
+                std::cerr << size << " bytes did not go through" << std::endl;
+                return 1;
+            }
+            previous = message;
+        } catch (const Client::BusLost&) {
+            again = true;
+            std::cout << "the bus is lost" << std::endl;
+            std::this_thread::sleep_for(
+                std::chrono::milliseconds(100)); // it may be down for longer
+            one.reconnect();
+            other.reconnect();
         }
-        previous = message;
     }
     return 0;
 }
