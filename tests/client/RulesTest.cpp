@@ -1,4 +1,6 @@
+#include "Gathering.h"
 #include "LogLimiter.h"
+#include "SendPace.h"
 #include "StatusFilter.h"
 
 #include <gtest/gtest.h>
@@ -84,4 +86,56 @@ TEST(LogLimiter, passesTenLinesOfAKindInASecondAndTheNumberOfTheOthers)
     LogLimiter silent({}, tally);
     EXPECT_FALSE(silent.isActive());
     silent.pass(Level::error, "nobody reads this");
+}
+
+TEST(Gathering, letsOnlyTheMiddleOfAMessageWait)
+{
+    Gathering gathering(2ms);
+    Gathering::Time now{1h};
+    const auto take = [&](std::uint8_t first, int count, std::chrono::microseconds after) {
+        now += after;
+        for (int i = 0; i < count; ++i) {
+            gathering.onFrame({1, 8, {first, 100}}); // of a first frame: 14 follow it
+        }
+        gathering.onTaken(now);
+        return gathering.pause();
+    };
+    for (int message = 0; message < 2; ++message) {
+        EXPECT_EQ(take(0x10, 1, 50ms), message == 0 ? 0us : 1ms) << "as in the last message";
+        EXPECT_EQ(take(0x20, 1, 50ms), message == 0 ? 0us : 900us);
+        EXPECT_EQ(take(0x21, 2, 200us), 700us) << "7 before the last four, 100 us each";
+        EXPECT_EQ(take(0x30, 1, 100us), 700us) << "is not one of them";
+        EXPECT_EQ(take(0x23, 4, 300us), 300us);
+        EXPECT_EQ(take(0x27, 1, 100us), 0us) << "not worthwhile";
+        EXPECT_EQ(take(0x28, 2, 2h), 0us) << "the last four";
+        EXPECT_EQ(take(0x20, 4, 400us), 0us);
+        EXPECT_EQ(take(0x2C, 1, 100us), 0us);
+    }
+    take(0x10, 1, 50ms);
+    take(0x20, 1, 1h);
+    EXPECT_EQ(take(0x21, 1, 1h), 2ms) << "the longest";
+    EXPECT_EQ(take(0x01, 1, 1ms), 0us) << "a single frame ends the message";
+}
+
+TEST(SendPace, restsUntilTheLinkIsNearlyEmpty)
+{
+    SendPace pace;
+    SendPace::Time now{1h};
+    const auto blocked = [&](int sent, std::chrono::microseconds after) {
+        now += after;
+        for (int i = 0; i < sent; ++i) {
+            pace.onSent();
+        }
+        return pace.onBlocked(now);
+    };
+    for (int burst = 0; burst < 2; ++burst) {
+        EXPECT_EQ(blocked(12, 50ms), 0us) << "the room of the link";
+        EXPECT_EQ(blocked(4, 400us), 1000us) << "all but two, 100 us each";
+        EXPECT_EQ(blocked(10, 5ms), 1000us) << "a bus that was idle is not slow";
+        EXPECT_EQ(blocked(0, 1ms), 0us) << "poll() knows better";
+        EXPECT_EQ(blocked(20, 400us), 0us) << "not worthwhile";
+        pace.onIdle();
+    }
+    blocked(12, 1ms);
+    EXPECT_EQ(blocked(1, 1h), 10ms) << "the longest";
 }
