@@ -2,9 +2,9 @@
 
 #include "velk/VelkException.h"
 
-#include "common/FrameRecord.h"
 #include "common/InputEnd.h"
 #include "common/Tool.h"
+#include "proxy/FrameForms.h"
 #include "proxy/ProxyExit.h"
 
 #include <algorithm>
@@ -31,20 +31,6 @@ constexpr std::chrono::seconds patience{2};
 
 constexpr int mostAtOnce = 100; ///< Frames that are sent before any is received.
 
-std::optional<can_frame> frameOf(const TraceRecord::View& record)
-{
-    constexpr canid_t noDataFrame = CAN_RTR_FLAG | CAN_ERR_FLAG;
-    const auto body = FrameRecord::classicFrameIn(record);
-    if (!body || (body->canID & noDataFrame) != 0) {
-        return std::nullopt;
-    }
-    can_frame frame{};
-    frame.can_id = body->canID > CAN_SFF_MASK ? body->canID | CAN_EFF_FLAG : body->canID;
-    frame.can_dlc = body->length;
-    std::copy_n(body->data, body->length, frame.data);
-    return frame;
-}
-
 timespec toTimespec(std::chrono::microseconds duration)
 {
     return {0, static_cast<long>(std::chrono::nanoseconds(duration).count())};
@@ -63,15 +49,6 @@ void throwIfLost(const CANSocket& bus, CANSocket::Result result, const char* wha
         throw Tool::Failure(proxyExitFailed,
                             bus.name() + ": " + what + " (" + std::strerror(bus.error()) + ")");
     }
-}
-
-can_frame toCANFrame(const CANTransportGate::Frame& own)
-{
-    can_frame frame{};
-    frame.can_id = own.canID;
-    frame.can_dlc = own.len;
-    std::copy_n(own.data, own.len, frame.data);
-    return frame;
 }
 
 bool inputHasHungUp()
@@ -94,8 +71,12 @@ Proxy::Proxy(CANSocket& socket, const Signals& signalSource, bool withGate)
 
 void Proxy::run()
 {
-    while (!stopped && !inputEnded) {
-        handleEvents(sendFrames());
+    while (!stopped) {
+        const Next next = sendFrames();
+        if (inputEnded && !next.pause) { // nor does anything wait in the gate
+            break;
+        }
+        handleEvents(next);
     }
     if (inputEnded && !input.empty()) {
         reject("a record that was cut off");
@@ -169,19 +150,17 @@ std::optional<can_frame> Proxy::nextThroughGate(Clock::time_point now)
         if (!frame) {
             break;
         }
-        CANTransportGate::Frame own{frame->can_id, frame->can_dlc, {}};
-        std::copy_n(frame->data, frame->can_dlc, own.data);
-        gate->fromEndpoint(own, now);
+        gate->fromEndpoint(FrameForms::toGateFrame(*frame), now);
     }
     // An output that already has frames may have no room for another; it is written first.
     if (const auto answer = output.isEmpty() ? gate->released(now) : std::nullopt) {
-        output.add(toCANFrame(*answer));
+        output.add(FrameForms::toCANFrame(*answer));
     }
     const CANTransportGate::Frame* const own = gate->next(now);
     if (own == nullptr) {
         return std::nullopt;
     }
-    return toCANFrame(*own);
+    return FrameForms::toCANFrame(*own);
 }
 
 bool Proxy::passesGate(const can_frame& frame)
@@ -189,9 +168,7 @@ bool Proxy::passesGate(const can_frame& frame)
     if (!gate) {
         return true;
     }
-    CANTransportGate::Frame own{frame.can_id, frame.can_dlc, {}};
-    std::copy_n(frame.data, frame.can_dlc, own.data);
-    return gate->admit(own, Clock::now());
+    return gate->admit(FrameForms::toGateFrame(frame), Clock::now());
 }
 
 std::optional<can_frame> Proxy::nextFromInput()
@@ -202,7 +179,7 @@ std::optional<can_frame> Proxy::nextFromInput()
             if (!input.getNextRecord(record)) {
                 return std::nullopt;
             }
-            if (const auto frame = frameOf(record)) {
+            if (const auto frame = FrameForms::frameIn(record)) {
                 return frame;
             }
             reject("a record that is not a classic CAN data frame");
@@ -225,7 +202,7 @@ void Proxy::handleEvents(const Next& next)
     const bool mayReceive = output.isEmpty() && !outputClosed;
     const auto onlyIf = [](bool condition, short events) { return condition ? events : short{0}; };
     pollfd sources[] = {{signals.descriptor(), POLLIN, 0},
-                        {next.takesInput ? STDIN_FILENO : -1, POLLIN, 0},
+                        {next.takesInput && !inputEnded ? STDIN_FILENO : -1, POLLIN, 0},
                         {outputClosed ? -1 : STDOUT_FILENO, onlyIf(!output.isEmpty(), POLLOUT), 0},
                         {bus.descriptor(), onlyIf(mayReceive, POLLIN), 0}};
     const auto& [ofSignals, ofInput, ofOutput, ofBus] = sources;
@@ -298,6 +275,14 @@ void Proxy::printCounters() const
 {
     std::cerr << proxyName << ": " << bus.name() << ": " << framesSent << " frames sent, "
               << framesReceived << " received, " << waits << " waits for the queue, "
-              << bus.missed() << " dropped by the kernel, " << unusable << " records unusable"
-              << std::endl;
+              << bus.missed() << " dropped by the kernel, " << unusable << " records unusable";
+    if (gate) {
+        const CANTransportGate::Counters dropped = gate->counters();
+        std::cerr << ", dropped by the gate: "
+                  << dropped.refusals + dropped.readies + dropped.acknowledgements +
+                         dropped.unknownAnswers
+                  << " answers of the peer, " << dropped.ownRefusals + dropped.ownFrames
+                  << " own frames";
+    }
+    std::cerr << std::endl;
 }
