@@ -63,7 +63,7 @@ private:
     std::vector<can_frame> received; ///< A member to reuse its memory.
     Pause pause;
     std::optional<Clock::time_point> refusedSince; ///< When the queue first refused the next frame.
-    bool inputEnded = false;                       ///< Noticed only when nothing is left to send.
+    bool inputEnded = false;                       ///< What waits in the gate is still sent.
     bool outputClosed = false;
     bool stopped = false;
 
