@@ -82,6 +82,7 @@ private:
     Request* handedOver = nullptr;
     bool withdrawn = false; ///< The message that was handed over has been withdrawn.
     std::map<Ticket, Request> submitted;
+    Clock::time_point nearest = Clock::time_point::max(); ///< None of `submitted` is due before.
     Ticket lastTicket = 0;
     std::deque<Message> received;
     std::condition_variable arrived; ///< A message has arrived, or the bus is lost or closed.
