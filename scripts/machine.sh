@@ -94,8 +94,10 @@ writeInit() {
 #!/bin/sh
 /bin/busybox mount -t proc proc /proc || exit # the shell finds its commands through /proc/self/exe
 mount -t devtmpfs dev /dev && mount -t tmpfs tmp /tmp || exit
+# As on a real bus, a frame is heard when it has left the queue of the interface, not before.
+echo 'options vcan echo=1' >/modules/options
 for module in $(cat /modules/order); do
-    insmod "/modules/$module.ko" || exit
+    insmod "/modules/$module.ko" $(sed -n "s/options $module //p" /modules/options) || exit
 done
 ip link add dev vcan0 type vcan && ip link set vcan0 up || exit
 echo "ready $nonce"

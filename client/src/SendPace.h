@@ -18,12 +18,13 @@ public:
     Duration onBlocked(Time now)
     {
         Duration pause{};
-        if (room == 0) {
-            room = sent; // the first frames fill the link
+        if (wanted == 0) {
+            wanted = std::max(sent - 3, 1); // the first frames fill the link
         } else if (sent > 0) {
-            // The shortest time: a rest that was too long would otherwise lengthen the next one.
-            frameTime = std::min(frameTime, (now - since) / sent);
-            pause = std::min(longest, frameTime * std::max(room - framesLeft, 0));
+            pause = (now - since) * wanted / sent;
+            // Later ones count the rest too, and a rest that was too long would make the next one longer.
+            limit = limit == Duration::zero() ? std::min(longest, pause + pause / 5) : limit;
+            pause = std::min(limit, pause);
         }
         since = now;
         sent = 0;
@@ -31,12 +32,12 @@ public:
     }
 
 private:
-    static constexpr int framesLeft = 2; ///< In the link after a rest, so that the bus stays busy.
     static constexpr Duration shortest = std::chrono::microseconds(250);
     static constexpr Duration longest = std::chrono::milliseconds(10);
 
     int sent = 0; ///< Since the link was blocked last.
-    int room = 0; ///< Frames that the link takes at once.
+    int wanted =
+        0; ///< Frames that shall leave during a rest. Some stay, so that the bus remains busy.
     Time since{};
-    Duration frameTime = Duration::max();
+    Duration limit{};
 };

@@ -130,8 +130,9 @@ TEST(SendPace, restsUntilTheLinkIsNearlyEmpty)
     };
     for (int burst = 0; burst < 2; ++burst) {
         EXPECT_EQ(blocked(12, 50ms), 0us) << "the room of the link";
-        EXPECT_EQ(blocked(4, 400us), 1000us) << "all but two, 100 us each";
-        EXPECT_EQ(blocked(10, 5ms), 1000us) << "a bus that was idle is not slow";
+        EXPECT_EQ(blocked(4, 400us), 900us) << "all but three, 100 us each";
+        EXPECT_EQ(blocked(12, 5ms), 1080us) << "a bus that was idle is not slow";
+        EXPECT_EQ(blocked(10, 1ms), 900us);
         EXPECT_EQ(blocked(0, 1ms), 0us) << "poll() knows better";
         EXPECT_EQ(blocked(20, 400us), 0us) << "not worthwhile";
         pace.onIdle();
