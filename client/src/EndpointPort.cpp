@@ -68,10 +68,8 @@ bool EndpointPort::run()
 /// As after a select() that input has ended: it leaves the rest of the time.
 void EndpointPort::handleInput()
 {
-    if (deadline != Time::max()) {
-        const auto left = std::chrono::ceil<microseconds>(deadline - Time::clock::now());
-        endpoint.selectTimeoutLeft = toTimeval(std::max(left, microseconds::zero()));
-    }
+    const auto left = std::chrono::ceil<microseconds>(deadline - Time::clock::now());
+    endpoint.selectTimeoutLeft = toTimeval(std::max(left, microseconds::zero()));
     for (Frame& frame : fromBus) {
         handleFrame(frame);
     }

@@ -53,9 +53,9 @@ bool Mover::onGiveUp()
         endStage(RequestQueue::Result::refused);
         return true;
     case Retrial::Verdict::noAnswer:
-        endStage(RequestQueue::Result::noAnswer);
-        return false;
+        break;
     }
+    endStage(RequestQueue::Result::noAnswer);
     return false;
 }
 

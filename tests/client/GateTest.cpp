@@ -115,10 +115,10 @@ TEST(Gate, letsThroughWhatFitsAndInTime)
          "out:1 +C wake:10 out:F "},
         {"a single frame does not", ">1 >S out", "out:1S "},
         {"a long burst waits for the lower id",
-         "<F >1 >L out wake 10ms out <1 <C >300C out wake 10ms out",
-         "+F out:1 wake:10 out:F +1 +C out: wake:10 out:300 "},
-        {"a short one does not", "<F >1 >L out 10ms out <1 <C >100C out",
-         "+F out:1 out:F +1 +C out:100 "},
+         "<F >1 >L out wake 10ms out <1 <C >129C out wake 10ms out",
+         "+F out:1 wake:10 out:F +1 +C out: wake:10 out:129 "},
+        {"a short one does not", "<F >1 >L out 10ms out <1 <C >128C out",
+         "+F out:1 out:F +1 +C out:128 "},
     };
     for (const auto& row : rows) {
         CANTransportGate gate;
@@ -158,6 +158,9 @@ TEST(Gate, hasRoomForTheLongestMessageAndCountsWhatItDrops)
     EXPECT_EQ(dropped.unknownAnswers, 1U);
     EXPECT_EQ(dropped.ownRefusals, 1U);
     EXPECT_EQ(dropped.ownFrames, 2U + 63U);
+    CANTransportGate holding;
+    play(">S out >1 <3 >S", holding);
+    EXPECT_EQ(holding.counters().acknowledgements, 1U) << "held back, and then too late";
 }
 
 TEST(Retrial, triesAgainWhileThePeerIsHeardAndTheCallerWaits)

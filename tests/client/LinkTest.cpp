@@ -102,9 +102,10 @@ TEST(SocketLink, takesFramesOutOfAnythingUpToTheEnd)
         EXPECT_EQ(line.link->send({1, 8, {}}), Link::Sent::done) << "the end is seen by receiving";
         EXPECT_EQ(line.received(), "efgh end");
     }
-    Line odd(SOCK_STREAM);
+    Line odd(SOCK_SEQPACKET);
     EXPECT_EQ(dup2(STDIN_FILENO, odd.link->descriptor()), odd.link->descriptor());
     EXPECT_EQ(odd.link->send({1, 8, {}}), Link::Sent::lost) << "no socket any more";
+    EXPECT_EQ(odd.received(), " end");
 }
 
 TEST(SocketLink, sendsWholeRecordsAndFewBeyondReach)

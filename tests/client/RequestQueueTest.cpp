@@ -46,26 +46,30 @@ struct Desk {
         wakeup.clear();
         return woken;
     }
+    /// As an event loop sees it, which asks for the descriptor once.
+    bool readable() const
+    {
+        descriptor = descriptor == -1 ? queue->descriptor() : descriptor;
+        return isReadable(descriptor);
+    }
     /// The next event, if descriptor() agrees with it.
     template <typename Kind> std::optional<Kind> next() const
     {
-        const bool readable = isReadable(queue->descriptor());
+        const bool isThere = readable();
         const auto event = queue->next();
-        EXPECT_EQ(readable, event.has_value());
+        EXPECT_EQ(isThere, event.has_value());
         const auto* const kind = event ? std::get_if<Kind>(&*event) : nullptr;
         return kind != nullptr ? std::make_optional(*kind) : std::nullopt;
     }
     Result outcome() const { return next<CANTransportClient::Outcome>().value().result; }
     int message() const { return next<CANTransportClient::Message>().value().bytes.at(0); }
-    bool hasNothing() const
-    {
-        return !isReadable(queue->descriptor()) && !queue->next().has_value();
-    }
+    bool hasNothing() const { return !readable() && !queue->next().has_value(); }
 
     CANTransportClient::Options options;
     Wakeup wakeup;
     Tally tally;
     std::unique_ptr<RequestQueue> queue;
+    mutable int descriptor = -1;
     Bytes bytes;
     Clock::time_point deadline{};
 };
