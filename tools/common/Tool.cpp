@@ -91,29 +91,18 @@ CANTransportClient::Options Tool::clientOptions(const Connection& connection)
     options.sendId = connection.ownId;
     options.receiveId = connection.peerId;
     options.debugLevel = std::max(0, connection.verbosity - 1);
+    if (connection.verbosity > 0) {
+        options.log = logToStderr();
+    }
     return options;
 }
 
-int Tool::LibraryLog::Nowhere::overflow(int character) { return traits_type::not_eof(character); }
-
-std::streamsize Tool::LibraryLog::Nowhere::xsputn(const char* /*text*/, std::streamsize count)
+LogUtil::Sink Tool::logToStderr()
 {
-    return count;
-}
-
-Tool::LibraryLog::LibraryLog(const Connection& connection)
-    : standardOutput(std::cout.rdbuf()),
-      standardError(std::cerr.rdbuf())
-{
-    std::streambuf* const target = connection.verbosity > 0 ? standardError : &nowhere;
-    std::cout.rdbuf(target);
-    std::cerr.rdbuf(target);
-}
-
-Tool::LibraryLog::~LibraryLog()
-{
-    std::cout.rdbuf(standardOutput);
-    std::cerr.rdbuf(standardError);
+    return [](LogUtil::Level level, const std::string& line) {
+        constexpr const char* tags[] = {"DEBUG", "INFO", "ERROR"};
+        std::fprintf(stderr, "[%s] %s\n", tags[static_cast<int>(level)], line.c_str());
+    };
 }
 
 void Tool::print(const void* bytes, std::size_t count)

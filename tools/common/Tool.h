@@ -55,7 +55,7 @@ int runProgram(int count, char** arguments, const Description& description,
         [&] { return run(options); });
 }
 
-/// Prints one line on stderr, also while a LibraryLog exists.
+/// Prints one line on stderr.
 void complain(const Description& description, const std::string& text);
 
 /// The ids of an endpoint and its peer, and the bus.
@@ -67,26 +67,11 @@ struct Connection {
 };
 /// Adds the options `-s`, `-d` and `-v` and the argument BUS.
 void addConnection(CLI::App& app, Connection& connection);
-/// @return the options of a client for this connection.
+/// @return the options of a client for this connection, which logs to stderr if it is verbose.
 CANTransportClient::Options clientOptions(const Connection& connection);
 
-/// While it exists, std::cout and std::cerr write to stderr if the connection is verbose, and nowhere
-/// otherwise: stdout is for results only.
-class LibraryLog {
-public:
-    explicit LibraryLog(const Connection& connection);
-    ~LibraryLog();
-    LibraryLog(const LibraryLog&) = delete;
-    LibraryLog& operator=(const LibraryLog&) = delete;
-
-private:
-    struct Nowhere : std::streambuf {
-        int overflow(int character) override;
-        std::streamsize xsputn(const char* text, std::streamsize count) override;
-    } nowhere;
-    std::streambuf* const standardOutput;
-    std::streambuf* const standardError;
-};
+/// @return a function that writes each log line of a client to stderr.
+LogUtil::Sink logToStderr();
 
 /// Writes to stdout. @throws Failure if that fails.
 void print(const void* bytes, std::size_t count);

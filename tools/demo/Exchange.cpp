@@ -2,6 +2,7 @@
 
 #include "velk/CANTransportFrame.h"
 
+#include "common/Tool.h"
 #include "demo/BusLadder.h"
 #include "demo/Summary.h"
 
@@ -64,6 +65,9 @@ std::unique_ptr<CANTransportClient> Exchange::makeClient(std::size_t side)
     client.sendId = idOf(side);
     client.receiveId = idOf(side ^ 1U);
     client.debugLevel = options.debugLevel;
+    if (options.debugLevel > 0) {
+        client.log = Tool::logToStderr();
+    }
     client.statusHandler = [this, side](CANTransportClient::Status status, unsigned short) {
         note(side, status);
     };

@@ -90,7 +90,6 @@ void printStatus(CANTransportClient::Status status, unsigned short value)
 
 int receive(const Options& options)
 {
-    const Tool::LibraryLog log(options.connection);
     auto clientOptions = Tool::clientOptions(options.connection);
     if (options.status) {
         clientOptions.statusHandler = printStatus;

@@ -65,16 +65,38 @@ MessageSource::Bytes messageOf(const Options& options)
                        : MessageSource::fromHex(std::cin);
 }
 
-bool sendOne(CANTransportClient& client, const MessageSource::Bytes& message,
-             std::uint64_t timeoutMs)
+using Result = CANTransportClient::SendResult;
+
+Result sendOne(CANTransportClient& client, const MessageSource::Bytes& message,
+               std::uint64_t timeoutMs)
 {
     const auto result =
         timeoutMs == 0 ? client.send(message)
                        : client.send(message, Clock::now() + std::chrono::milliseconds(timeoutMs));
-    if (result != CANTransportClient::SendResult::acknowledged) {
+    if (result != Result::acknowledged) {
         client.receive(std::chrono::milliseconds(0)); // throws if the bus is lost
     }
-    return result == CANTransportClient::SendResult::acknowledged;
+    return result;
+}
+
+/// @return why the message was given up.
+std::string reasonOf(Result result, const Tool::Connection& connection)
+{
+    char peer[8];
+    std::snprintf(peer, sizeof peer, "%03X", connection.peerId);
+    switch (result) {
+    case Result::noAnswer:
+        return std::string("no frame from ") + peer + "; are -s and -d swapped?";
+    case Result::refused:
+        return std::string(peer) + " was heard, but did not take it";
+    case Result::expired:
+        return std::string("no acknowledgement from ") + peer + " in time";
+    case Result::acknowledged:
+    case Result::cancelled:
+    case Result::busLost:
+        break;
+    }
+    return "the bus is lost";
 }
 
 void report(std::uint64_t sent, std::size_t bytes, Clock::duration time)
@@ -88,22 +110,25 @@ void report(std::uint64_t sent, std::size_t bytes, Clock::duration time)
 int send(const Options& options)
 {
     const auto message = messageOf(options);
-    const Tool::LibraryLog log(options.connection);
     auto clientOptions = Tool::clientOptions(options.connection);
     clientOptions.queueLength = 0;
     CANTransportClient client(options.connection.bus, clientOptions);
     const auto start = Clock::now();
     ProgressBar bar;
     std::uint64_t sent = 0;
-    while (sent < options.count && sendOne(client, message, options.timeoutMs)) {
-        bar.show(++sent, options.count);
+    auto result = Result::acknowledged;
+    while (sent < options.count && result == Result::acknowledged) {
+        result = sendOne(client, message, options.timeoutMs);
+        sent += result == Result::acknowledged ? 1 : 0;
+        bar.show(sent, options.count);
     }
     bar.erase();
     if (options.count > 1 && sent > 0) {
         report(sent, message.size(), Clock::now() - start);
     }
     if (sent < options.count) {
-        Tool::complain(description, "message " + std::to_string(sent + 1) + " was given up");
+        Tool::complain(description, "message " + std::to_string(sent + 1) +
+                                        " was given up: " + reasonOf(result, options.connection));
         return Tool::exitFailed;
     }
     return Tool::exitFine;
