@@ -84,9 +84,9 @@ receive -l
 expect "the status of a message to an endless receiver" 0 "$(send -D 2; echo $?)"
 eventually grep -qx '01 02' out
 expect "no peer" 1 "$("$bin/velkcan-send" -v -s 1 -d 2 -D 1 --timeout 50 unix:bus 2>err; echo $?)"
-expect "the log and the complaint about no peer" \
-    "[INFO] CANTransportThread::threadCode() Start CANTransportThread/velkcan-send: message 1 was given up: no acknowledgement from 002 in time/" \
-    "$(tr '\n' / <err)"
+expect "the log" "[INFO] CANTransportThread::threadCode() Start CANTransportThread" "$(head -n 1 err)"
+expect "the complaint about no peer" \
+    "velkcan-send: message 1 was given up: no acknowledgement from 002 in time" "$(grep -v INFO err)"
 expect "no message" 1 "$("$bin/velkcan-recv" -s 1 -d 2 --timeout 50 unix:bus 2>err; echo $?)"
 
 # Many nodes at once.
