@@ -90,19 +90,7 @@ int run(const Options& options)
     return 0;
 }
 
-} // namespace
-
-std::unique_ptr<Subject> open(const Carrier& carrier, Subject::Side side)
-{
-    static const std::map<std::string, std::unique_ptr<Subject> (*)(const Carrier&, Subject::Side)>
-        subjects{{"bare", openBare},
-                 {"isotp", openIsoTp},
-                 {"endpoint", openEndpoint},
-                 {"client", openClient}};
-    return subjects.at(carrier.subject)(carrier, side);
-}
-
-int main(int argc, char** argv)
+int load(int argc, char** argv)
 {
     Options options;
     CLI::App app{"Lets a subject carry messages over a bus. Prints one row: subject, role, bytes "
@@ -127,8 +115,25 @@ int main(int argc, char** argv)
     app.add_option("--gather", options.carrier.gatherUs, "us, of a client")->capture_default_str();
     app.add_flag("--latency", options.latency, "look at the bus too, which costs something itself");
     CLI11_PARSE(app, argc, argv);
+    return run(options);
+}
+
+} // namespace
+
+std::unique_ptr<Subject> open(const Carrier& carrier, Subject::Side side)
+{
+    static const std::map<std::string, std::unique_ptr<Subject> (*)(const Carrier&, Subject::Side)>
+        subjects{{"bare", openBare},
+                 {"isotp", openIsoTp},
+                 {"endpoint", openEndpoint},
+                 {"client", openClient}};
+    return subjects.at(carrier.subject)(carrier, side);
+}
+
+int main(int argc, char** argv)
+{
     try {
-        return run(options);
+        return load(argc, argv);
     } catch (const std::exception& error) {
         Program::fail(error.what());
     }

@@ -59,7 +59,7 @@ bool Mover::sendToBus()
             break;
         case Link::Sent::wouldBlock: {
             const auto pause = pace.onBlocked(Clock::now());
-            linkBlocked = pause == pause.zero();
+            linkBlocked = pause == Clock::duration::zero();
             linkPause = now + pause;
             return true;
         }

@@ -29,6 +29,13 @@ constexpr std::uint64_t classicStart =
     TraceRecord::marker | std::uint64_t{CAN_EXT_TRACE_MSG} << 8 * TraceRecord::idOffset |
     std::uint64_t{classicSize} << 8 * TraceRecord::lengthOffset;
 
+/// @return whether the record of such a frame starts there; at least `classicSize` bytes have to follow.
+bool isClassic(const unsigned char* record)
+{
+    return get<std::uint64_t>(record) == classicStart &&
+           record[TraceRecord::headerSize + TraceRecord::frameLengthOffset] == classicLength;
+}
+
 bool lengthFitsId(msgid_t id, std::size_t length)
 {
     if (TraceRecord::isFrame(id)) {
@@ -120,6 +127,10 @@ bool TraceMessageBuffer::getNextFrame(std::uint32_t& canID, std::uint8_t& length
                                       unsigned char* data)
 {
     const auto lock = lockIfGiven(guard);
+    if (takeClassic(canID, data)) {
+        length = classicLength;
+        return true;
+    }
     if (!findRecord()) {
         return false;
     }
@@ -133,12 +144,24 @@ bool TraceMessageBuffer::getNextFrame(std::uint32_t& canID, std::uint8_t& length
     }
     canID = frame.canID;
     length = frame.length;
-    if (length == classicDataLength) { // of constant size: faster
-        std::copy_n(frame.data, classicDataLength, data);
-    } else {
-        std::fill(std::copy_n(frame.data, length, data), data + classicDataLength, '\0');
-    }
+    std::fill(std::copy_n(frame.data, length, data), data + classicDataLength, '\0');
     consume(found);
+    return true;
+}
+
+/// The short way for a frame of 8 data bytes among others: the record was judged with the one before it, and
+/// the next record is one of the same kind.
+bool TraceMessageBuffer::takeClassic(std::uint32_t& canID, unsigned char* data)
+{
+    const unsigned char* const record = bytes.data() + first;
+    if (found != 0 || !judged || bytes.size() - first < 2 * classicSize || !isClassic(record) ||
+        !isClassic(record + classicSize)) {
+        return false;
+    }
+    const TraceRecord::FrameBody frame = TraceRecord::decodeFrame(record + TraceRecord::headerSize);
+    canID = frame.canID;
+    std::copy_n(frame.data, classicLength, data); // of constant size: faster
+    first += classicSize;
     return true;
 }
 
@@ -222,10 +245,8 @@ TraceMessageBuffer::Verdict TraceMessageBuffer::inspect(std::size_t position) co
 {
     const unsigned char* record = bytes.data() + position;
     const std::size_t available = bytes.size() - position;
-    if (available >= classicSize && get<std::uint64_t>(record) == classicStart) { // nearly all are
-        return record[TraceRecord::headerSize + TraceRecord::frameLengthOffset] == classicLength
-                   ? Verdict::complete
-                   : Verdict::garbage;
+    if (available >= classicSize && isClassic(record)) { // nearly all are
+        return Verdict::complete;
     }
     if (available < decisiveSize) {
         unsigned char start[2];

@@ -64,6 +64,7 @@ public:
 private:
     enum class Verdict { complete, incomplete, garbage, oversized };
 
+    bool takeClassic(std::uint32_t& canID, unsigned char* data);
     bool findRecord();
     void dropGarbage();
     void startSkipping();
