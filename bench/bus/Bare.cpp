@@ -8,7 +8,7 @@
 namespace {
 
 /// The least that a program can do: one write or read for each frame, and a frame back to confirm.
-class Bare : public Subject {
+class Bare : public ConfirmingSubject {
 public:
     Bare(const Carrier& carrier, Side side)
         : socket(rawSocket(carrier.bus, peerId(side))),
@@ -16,19 +16,9 @@ public:
     {
         setOption(socket, SOL_SOCKET, SO_SNDBUF, 1); // write() waits for room, no queue overflows
     }
-    void send(std::size_t size) override
-    {
-        write(size);
-        read(1);
-    }
-    void receive(std::size_t size) override
-    {
-        read(size);
-        write(1);
-    }
 
 private:
-    void write(std::size_t size)
+    void write(std::size_t size) override
     {
         for (auto left = CANTransportFrame::frameCountOf(static_cast<unsigned int>(size)); left > 0;
              --left) {
@@ -37,7 +27,7 @@ private:
             }
         }
     }
-    void read(std::size_t size)
+    void read(std::size_t size) override
     {
         can_frame in{};
         for (auto left = CANTransportFrame::frameCountOf(static_cast<unsigned int>(size)); left > 0;

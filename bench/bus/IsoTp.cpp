@@ -10,7 +10,7 @@
 namespace {
 
 /// The kernel's transport protocol; a message of one byte comes back to confirm.
-class IsoTp : public Subject {
+class IsoTp : public ConfirmingSubject {
 public:
     IsoTp(const Carrier& carrier, Side side) : socket(canSocket(SOCK_DGRAM, CAN_ISOTP))
     {
@@ -25,25 +25,15 @@ public:
         address.can_addr.tp = {peerId(side), ownId(side)};
         bindTo(socket, address, carrier.bus);
     }
-    void send(std::size_t size) override
-    {
-        write(size);
-        read(1);
-    }
-    void receive(std::size_t size) override
-    {
-        read(size);
-        write(1);
-    }
 
 private:
-    void write(std::size_t size)
+    void write(std::size_t size) override
     {
         if (::write(socket.get(), room.data(), size) != static_cast<ssize_t>(size)) {
             Program::fail("cannot write a message");
         }
     }
-    void read(std::size_t size)
+    void read(std::size_t size) override
     {
         if (::read(socket.get(), room.data(), room.size()) != static_cast<ssize_t>(size)) {
             Program::fail("cannot read a message");

@@ -21,6 +21,25 @@ public:
     virtual void receive(std::size_t size) = 0;
 };
 
+/// A subject that has no acknowledgement of its own: the receiver sends one byte back.
+class ConfirmingSubject : public Subject {
+public:
+    void send(std::size_t size) final
+    {
+        write(size);
+        read(1);
+    }
+    void receive(std::size_t size) final
+    {
+        read(size);
+        write(1);
+    }
+
+private:
+    virtual void write(std::size_t size) = 0;
+    virtual void read(std::size_t size) = 0;
+};
+
 /// What carries the messages, and how.
 struct Carrier {
     std::string subject; ///< bare, isotp, endpoint or client

@@ -20,7 +20,7 @@ public:
     using Time = CANTransportClient::Clock::time_point;
 
     EndpointPort(const CANTransportClient::Options& options, LogLimiter& log);
-    ~EndpointPort() = default;
+    ~EndpointPort() override = default;
     EndpointPort(const EndpointPort&) = delete;
     EndpointPort& operator=(const EndpointPort&) = delete;
 

@@ -243,7 +243,8 @@ private: // Still part of the binary interface: a change of size or layout needs
         virtual void takeMessage(unsigned short canID, const std::vector<unsigned char>& bytes) = 0;
 
     protected:
-        ~Outlet() = default;
+        Outlet() = default;
+        virtual ~Outlet(); // in the library, and with it the type
     };
 
     // In brackets: who may touch the field while the thread runs.

@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <utility>
 
+CANTransportThread::Outlet::~Outlet() = default;
+
 CANTransportThread::CANTransportThread(int level) : debugLevel(level)
 {
     obstacle = "open() has to succeed first";

@@ -188,8 +188,8 @@ TEST(Mover, movesBothWaysAndCounts)
     bench.put({0x01, 8});
     EXPECT_EQ(bench.taken(), 0x3300) << "the first frame that leaves";
     EXPECT_EQ(bench.queue->receive(1h)->bytes, Bytes{8});
-    bench.put({0x21});
-    EXPECT_EQ(bench.taken(), 0x3000) << "refused once a message has started";
+    bench.put({0x21}, 2, 2);
+    EXPECT_EQ(bench.taken(), 0x3000) << "refused once a message has started, and once only";
     bench.put({0x33});
     bench.submit(5);
     bench.submit(6);
@@ -200,16 +200,26 @@ TEST(Mover, movesBothWaysAndCounts)
     EXPECT_EQ(bench.taken(), 0x0106);
     bench.put({0x33});
     EXPECT_EQ(bench.outcome(), Result::acknowledged);
+    bench.put({0x10, 8, 1, 2, 3, 4, 5, 6});
+    EXPECT_EQ(bench.taken(), 0x3100);
+    bench.submit(7); // which does not end the reception
+    bench.put({0x20, 7, 8});
+    EXPECT_EQ(bench.queue->receive(1h)->bytes.size(), 8U);
+    EXPECT_EQ(bench.taken(), 0x3300);
+    EXPECT_EQ(bench.taken(), 0x0107);
+    bench.put({0x33});
+    EXPECT_EQ(bench.outcome(), Result::acknowledged);
     bench.connect();
     bench.put({0x31});
-    waitUntil([&] { return bench.tally.framesReceived == 26; });
+    waitUntil([&] { return bench.tally.framesReceived == 30; });
     bench.mover.reset();
     EXPECT_EQ(bench.tally.framesIgnored, 1U);
-    EXPECT_EQ(bench.tally.framesSent, 4U);
-    EXPECT_EQ(bench.tally.attempts, 2U);
+    EXPECT_EQ(bench.tally.framesDropped, 1U);
+    EXPECT_EQ(bench.tally.framesSent, 7U);
+    EXPECT_EQ(bench.tally.attempts, 3U);
     EXPECT_EQ(bench.tally.answersDropped, 2U);
-    EXPECT_EQ(bench.statuses,
-              (std::vector{T::CTT_CONNECTED, T::CTT_ACKNOWLEDGED, T::CTT_ACKNOWLEDGED}));
+    EXPECT_EQ(bench.statuses, (std::vector{T::CTT_CONNECTED, T::CTT_ACKNOWLEDGED,
+                                           T::CTT_ACKNOWLEDGED, T::CTT_ACKNOWLEDGED}));
 }
 
 TEST(Mover, keepsTheEndpointForAWithdrawnMessageUntilItsOutcome)
