@@ -280,6 +280,7 @@ TEST(Client, reconnectsWithoutLossWhileOthersSend)
     Stream stream(pair.left, pair.right);
     std::atomic<bool> stop{false};
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&] {
             for (int number = 0; number < 250 && !stop; ++number) { // as many as wait, at most

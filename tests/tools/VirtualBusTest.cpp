@@ -47,6 +47,7 @@ public:
             link->receive(frames, count - frames.size());
         }
         std::vector<std::pair<std::uint32_t, int>> heads;
+        heads.reserve(frames.size());
         for (const Link::Frame& frame : frames) {
             heads.emplace_back(frame.canID, frame.data[0]);
         }
