@@ -40,7 +40,6 @@ Mover::Mover(std::unique_ptr<Link> openedLink, const Surroundings& outside)
       gathering(around.options.gather)
 {
     const AllSignalsBlocked inherited;
-    openPort();
     thread = std::thread(&Mover::run, this);
 }
 
@@ -54,10 +53,12 @@ Mover::~Mover()
 void Mover::run()
 {
     try {
+        openPort();
         while (pass()) {
         }
         drain();
-    } catch (const std::exception& error) { // no memory or no descriptor for a fresh endpoint
+        countGate();
+    } catch (const std::exception& error) { // no memory
         around.log.pass(LogUtil::Level::error, std::string("CANTransportClient: ") + error.what());
     }
     port.reset();

@@ -30,7 +30,7 @@ public:
         Tally& tally;
     };
 
-    /// Starts the thread. @throws VelkException or std::system_error on failure.
+    /// Starts the thread. @throws std::system_error on failure.
     Mover(std::unique_ptr<Link> openedLink, const Surroundings& outside);
     /// Ends the thread, after it has delivered all messages that the endpoint has acknowledged.
     ~Mover();

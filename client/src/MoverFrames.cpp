@@ -64,6 +64,7 @@ bool Mover::sendToBus()
             return true;
         }
         case Link::Sent::queueFull:
+            linkBlocked = false; // a writable link would end each wait
             linkPause = now + queuePause;
             return true;
         case Link::Sent::lost:
@@ -129,6 +130,7 @@ void Mover::sendLastAnswers()
         const bool full = !takeFromEndpoint();
         const Frame* frame = gate.next(now);
         while (frame != nullptr && isAnswer(*frame) && link->send(*frame) == Link::Sent::done) {
+            ++around.tally.framesSent;
             gate.left(now);
             frame = gate.next(now);
         }

@@ -97,7 +97,7 @@ void Mover::takeMessages()
 
 /// The endpoint keeps a withdrawn message until its outcome is known, for a second at most: a late answer
 /// would end the next message. After that second a fresh endpoint replaces it, which costs nothing, as the
-/// peer does not answer. clear() would not do: it could wait for a burst that only this thread takes.
+/// peer does not answer.
 void Mover::abandonWithdrawn()
 {
     if (stage == Stage::none || !(stopping || around.queue.isWithdrawn())) {
@@ -119,6 +119,9 @@ void Mover::abandonWithdrawn()
 void Mover::handOver()
 {
     Clock::time_point deadline{};
+    if (port->isBehind()) { // a fresh endpoint would miss what this one has got
+        return;
+    }
     if (stage == Stage::resting && now >= stageEnd) {
         giveToEndpoint();
     } else if (stage == Stage::none && !stopping && around.queue.hasRoom() &&

@@ -114,7 +114,7 @@ std::optional<RequestQueue::Message> RequestQueue::receive(std::chrono::millisec
     }
     auto message = std::move(received.front());
     received.pop_front();
-    if (received.size() + 1 == queueLength) {
+    if (received.size() + 1 >= queueLength) {
         wakeup.set(); // there is room again
     }
     updateReadiness();
@@ -142,7 +142,7 @@ std::optional<CANTransportClient::Event> RequestQueue::next()
     } else if (!received.empty()) {
         event = std::move(received.front());
         received.pop_front();
-        if (received.size() + 1 == queueLength) {
+        if (received.size() + 1 >= queueLength) {
             wakeup.set();
         }
     } else if (std::exchange(lossUnread, false)) {

@@ -107,7 +107,8 @@ void RequestQueue::finish(Result result)
 bool RequestQueue::hasRoom(std::size_t beyond)
 {
     const Lock lock(mutex);
-    return queueLength == 0 || received.size() < queueLength + beyond;
+    return queueLength == 0 || received.size() < queueLength ||
+           received.size() - queueLength < beyond;
 }
 
 void RequestQueue::deliver(Message message)

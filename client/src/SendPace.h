@@ -17,10 +17,16 @@ public:
     /// The link takes no more. @return how long to rest; 0: until poll() reports room.
     Duration onBlocked(Time now)
     {
+        if (wanted != 0 && sent == 0) {
+            return Duration::zero();
+        }
         Duration pause{};
         if (wanted == 0) {
             wanted = std::max(sent - 3, 1); // the first frames fill the link
-        } else if (sent > 0) {
+        } else {
+            if (sent < wanted / 2) { // the link drained while it was filled, and has less room
+                wanted = std::max(sent / 2, 1);
+            }
             pause = (now - since) * wanted / sent;
             // Later ones count the rest too, and a rest that was too long would make the next one longer.
             limit = limit == Duration::zero() ? std::min(longest, pause + pause / 5) : limit;

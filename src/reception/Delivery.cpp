@@ -8,8 +8,8 @@
 
 #include <unistd.h>
 
-/// The one way to the client. Blocks while the client does not read.
-/// @return whether the client's pipe has taken the message.
+/// The one way to the client: its pipe, which blocks while the client does not read, or its outlet.
+/// @return whether the message was taken.
 bool CANTransportThread::deliver(unsigned short canID)
 {
     if (outlet != nullptr) {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdint>
 #include <cstring>
 #include <functional>
 #include <future>
@@ -226,7 +227,8 @@ TEST(RequestQueue, holdsMessagesUpToItsLengthAndWakesTheMoverWhenThereIsRoom)
         EXPECT_FALSE(desk.queue->hasRoom());
         desk.deliver(99); // of an endpoint that ends
         EXPECT_EQ(desk.message(), 0);
-        EXPECT_FALSE(desk.wasWoken() || desk.queue->hasRoom());
+        EXPECT_TRUE(desk.wasWoken() && desk.queue->hasRoom(1)) << "beside an own message";
+        EXPECT_FALSE(desk.queue->hasRoom());
         EXPECT_EQ(desk.queue->receive(0ms)->bytes.at(0), length == 1 ? 99 : 1);
         EXPECT_TRUE(desk.wasWoken() && desk.queue->hasRoom());
         desk.deliver(98);
@@ -234,6 +236,7 @@ TEST(RequestQueue, holdsMessagesUpToItsLengthAndWakesTheMoverWhenThereIsRoom)
         EXPECT_TRUE(desk.wasWoken());
         EXPECT_EQ(desk.tally.messagesReceived, length + 2);
     }
+    EXPECT_TRUE(Desk(SIZE_MAX).queue->hasRoom(1));
     Desk deaf(0);
     EXPECT_TRUE(deaf.queue->hasRoom());
     deaf.deliver(1);

@@ -38,7 +38,7 @@ public:
         /// As for CANTransportThread::setDebugLevel(). Without `log` it has no effect.
         int debugLevel = 0;
         /// How many received messages may wait. Up to 64 that arrive while an own message is on its way
-        /// are kept as well. 0: messages are acknowledged and dropped.
+        /// are kept as well, and those that were read together with the last one. 0: messages are acknowledged and dropped.
         std::size_t queueLength = 1024;
         /// The longest time that a message may take, from send() or submit() on.
         std::chrono::milliseconds patience{30000};
