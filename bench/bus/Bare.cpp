@@ -10,10 +10,10 @@ namespace {
 /// The least that a program can do: one write or read for each frame, and a frame back to confirm.
 class Bare : public ConfirmingSubject {
 public:
-    Bare(const Carrier& carrier, Side side)
-        : socket(rawSocket(carrier.bus, peerId(side))),
-          frame{{ownId(side)}, 8, 0, 0, 0, {}}
+    Bare(const Carrier& carrier, Side side) : socket(rawSocket(carrier.bus, peerId(side)))
     {
+        frame.can_id = ownId(side);
+        frame.can_dlc = CAN_MAX_DLEN;
         setOption(socket, SOL_SOCKET, SO_SNDBUF, 1); // write() waits for room, no queue overflows
     }
 
@@ -39,7 +39,7 @@ private:
     }
 
     const Descriptor socket;
-    const can_frame frame;
+    can_frame frame{};
 };
 
 } // namespace
