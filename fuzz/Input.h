@@ -24,6 +24,6 @@ struct Input {
         left -= static_cast<std::size_t>(next - begin);
         return {begin, next};
     }
-    /// 0 behind the end.
+    /// 0 after the end.
     std::size_t byte() { return left == 0 ? 0 : bytes(1)[0]; }
 };

@@ -15,7 +15,7 @@ namespace {
 int ends[2];
 [[maybe_unused]] const int made = ::pipe2(ends, O_NONBLOCK);
 
-/// A buffer behind the pipe, and what has become of each byte.
+/// A buffer that reads the pipe, and the fate of each byte.
 struct Account {
     TraceMessageBuffer buffer{ends[0], nullptr};
     Bytes all{};
@@ -58,7 +58,7 @@ struct Account {
     {
         const auto at = std::search(all.begin() + static_cast<std::ptrdiff_t>(found), all.end(),
                                     record.begin(), record.end());
-        require(at != all.end(), "a message is a part of the input, behind the one before");
+        require(at != all.end(), "each message is part of the input, after the previous one");
         found = static_cast<std::size_t>(at - all.begin()) + record.size();
         used += record.size();
     }
@@ -91,8 +91,8 @@ struct Account {
 
 } // namespace
 
-/// Eight bytes, of which each stands for one piece in turn: its length (0: all that is left), and in
-/// the top bit that only one message is taken behind it. Then the bytes of the stream.
+/// Eight bytes, used in turn for the pieces of the stream: the length of the piece (0: the rest), and in the
+/// top bit whether only one message is taken after it. The stream follows.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     Input input{data, std::min<std::size_t>(size, 50000)};

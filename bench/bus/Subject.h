@@ -49,7 +49,7 @@ struct Carrier {
     int gatherUs = 2000; ///< Of a client.
 };
 
-/// Ends the program if the subject cannot be had here.
+/// Ends the program if the subject is unavailable here.
 std::unique_ptr<Subject> open(const Carrier& carrier, Subject::Side side);
 
 // The subjects; each in a file of its own.

@@ -82,11 +82,11 @@ int run(const Options& options)
     sender.reset();
 
     const auto frames = CANTransportFrame::frameCountOf(static_cast<unsigned int>(options.size));
-    std::printf("%s\t%s\t%zu\t%d\t%ld\t%d\t%u\t%.0f\t%.0f\t%.0f\t%ld\t%.1f\n",
+    std::printf("%s\t%s\t%zu\t%d\t%ld\t%d\t%u\t%.0f\t%.0f\t%.0f\t%ld\t%.1f\t%ld\t%ld\n",
                 options.carrier.subject.c_str(), options.role.c_str(), options.size,
                 options.messages, options.carrier.frameTimeNs, options.carrier.gatherUs, frames,
                 spent.elapsedUs, spent.busyUs, spent.cpuUs, spent.waits + waitsOfChildren(),
-                medianOf(latencies));
+                medianOf(latencies), spent.calls, spent.allocations);
     return 0;
 }
 

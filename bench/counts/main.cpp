@@ -1,7 +1,6 @@
+#include "common/Counting.h"
 #include "common/HandDriven.h"
 
-#include <dlfcn.h>
-#include <malloc.h>
 #include <sys/select.h>
 
 using namespace Records;
@@ -9,47 +8,11 @@ using Program::printFigure;
 
 namespace {
 
-struct Counters {
-    double allocations;
-    double bytesInUse; ///< With the rounding of the allocator.
-    double selects;
-    double reads;
-    double writes;
-};
-
-thread_local Counters counters{};
+std::atomic<long> selects{0};
+std::atomic<long> reads{0};
+std::atomic<long> writes{0};
 
 } // namespace
-
-// These functions replace those that the shared library calls, so the library is measured as it is shipped.
-
-[[gnu::noinline]] void* operator new(std::size_t size) // inlined, g++ reports a mismatched delete
-{
-    void* block = std::malloc(size); // NOLINT(*-no-malloc)
-    if (block == nullptr) {
-        throw std::bad_alloc();
-    }
-    ++counters.allocations;
-    counters.bytesInUse += static_cast<double>(malloc_usable_size(block));
-    return block;
-}
-
-[[gnu::noinline]] void operator delete(void* block) noexcept
-{
-    counters.bytesInUse -= static_cast<double>(malloc_usable_size(block));
-    std::free(block); // NOLINT(*-no-malloc)
-}
-
-void operator delete(void* block, std::size_t) noexcept { operator delete(block); }
-
-#define COUNTED(counter, result, name, parameters, arguments)                                      \
-    extern "C" result counted_##name parameters asm(#name);                                        \
-    result counted_##name parameters                                                               \
-    {                                                                                              \
-        static const auto next = reinterpret_cast<decltype(&(name))>(dlsym(RTLD_NEXT, #name));     \
-        ++counters.counter;                                                                        \
-        return next arguments;                                                                     \
-    }
 
 COUNTED(selects, int, select, (int count, fd_set* in, fd_set* out, fd_set* rest, timeval* left),
         (count, in, out, rest, left))
@@ -58,15 +21,28 @@ COUNTED(writes, ssize_t, write, (int fd, const void* bytes, std::size_t size), (
 
 namespace {
 
+struct Counters {
+    double allocations;
+    double bytesInUse;
+    double selects;
+    double reads;
+    double writes;
+};
+
 /// Two frames fewer than the longest message, but long enough that all buffers behave the same.
 constexpr std::size_t shorterMessage =
     longestMessage - 2 * std::size_t{CANTransportFrame::consecutiveFrameBytes};
 
 template <typename Action> Counters during(Action action)
 {
-    counters = {};
+    std::atomic<long>* const all[] = {&Counting::allocations, &Counting::bytesInUse, &selects,
+                                      &reads, &writes};
+    for (std::atomic<long>* const counter : all) {
+        *counter = 0;
+    }
     action();
-    return counters;
+    const auto value = [&](int index) { return static_cast<double>(*all[index]); };
+    return {value(0), value(1), value(2), value(3), value(4)};
 }
 
 Counters sending(HandDriven& endpoint, std::size_t size)

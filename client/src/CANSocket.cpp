@@ -53,7 +53,7 @@ void CANSocket::setBuffers(SendBuffer sendBuffer) const
 {
     setOption(socket, SOL_SOCKET, SO_RCVBUF, receiveBufferBytes);
     setOption(socket, SOL_SOCKET, SO_RCVBUFFORCE, receiveBufferBytes); // beyond the system's limit
-    if (sendBuffer == SendBuffer::smallest) {
+    if (sendBuffer == SendBuffer::small) {
         setOption(socket, SOL_SOCKET, SO_SNDBUF, smallSendBufferBytes);
     }
 }

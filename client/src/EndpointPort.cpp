@@ -74,16 +74,17 @@ void EndpointPort::handleInput()
         handleFrame(frame);
     }
     fromBus.clear();
-    if (const auto message = std::exchange(request, std::nullopt)) {
-        endpoint.prepareData(message->data(), static_cast<unsigned int>(message->size()));
+    if (auto message = std::exchange(request, std::nullopt)) {
+        endpoint.handleTraceMessage(CANTransportTraceMessage(std::move(*message)));
     }
 }
 
+/// Frames come in hundreds, so only those that are logged become message objects.
 void EndpointPort::handleFrame(Frame& frame)
 {
     if (endpoint.debugLevel == 0) {
         endpoint.handleCANData(frame);
-    } else { // which logs it
+    } else {
         endpoint.handleTraceMessage(CANExtTraceMessage(frame.canID, frame.data, frame.len));
     }
 }

@@ -41,8 +41,8 @@ public:
     std::optional<Message> takeMessage();
 
 private:
-    void takeFrame(const Frame& frame) override { frames.push_back(frame); }
-    void takeMessage(unsigned short canID, const Bytes& bytes) override
+    void onFrame(const Frame& frame) override { frames.push_back(frame); }
+    void onMessage(unsigned short canID, const Bytes& bytes) override
     {
         messages.push_back({canID, bytes});
     }

@@ -90,9 +90,8 @@ void Mover::openPort()
 {
     if (port) {
         drain();
-        port.reset();
     }
-    port = std::make_unique<EndpointPort>(around.options, around.log);
+    port.emplace(around.options, around.log);
     muted = false;
     startHeard = false;
     gate.reset();

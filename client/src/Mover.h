@@ -84,7 +84,7 @@ private:
     const std::uint64_t framesDroppedBefore;
 
     // Used by the thread alone.
-    std::unique_ptr<EndpointPort> port;
+    std::optional<EndpointPort> port;
     CANTransportGate gate;
     std::optional<Retrial> retrial; ///< Of the message that was handed over last.
     Stage stage = Stage::none;
@@ -95,7 +95,7 @@ private:
     bool startHeard = false; ///< The endpoint has received the start of a message.
     Clock::time_point now{}; ///< Of this pass.
     SendPace pace;
-    Clock::time_point linkPause{}; ///< No send before: the interface's queue was full.
+    Clock::time_point linkPause{}; ///< Nothing is sent before.
     Gathering gathering;
     Clock::time_point gatherEnd{}; ///< Nothing is read from the link before.
     bool linkBlocked = false;      ///< Wait until the link is writable.

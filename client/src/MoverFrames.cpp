@@ -58,7 +58,8 @@ bool Mover::sendToBus()
             pace.onSent();
             break;
         case Link::Sent::wouldBlock: {
-            const auto pause = pace.onBlocked(Clock::now());
+            now = Clock::now(); // a burst takes time
+            const auto pause = pace.onBlocked(now);
             linkBlocked = pause == Clock::duration::zero();
             linkPause = now + pause;
             return true;

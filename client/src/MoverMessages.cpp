@@ -118,10 +118,10 @@ void Mover::abandonWithdrawn()
 
 void Mover::handOver()
 {
-    Clock::time_point deadline{};
     if (port->isBehind()) { // a fresh endpoint would miss what this one has got
         return;
     }
+    Clock::time_point deadline{};
     if (stage == Stage::resting && now >= stageEnd) {
         giveToEndpoint();
     } else if (stage == Stage::none && !stopping && around.queue.hasRoom() &&

@@ -42,8 +42,8 @@ private:
     static constexpr Duration longest = std::chrono::milliseconds(10);
 
     int sent = 0; ///< Since the link was blocked last.
-    int wanted =
-        0; ///< Frames that shall leave during a rest. Some stay, so that the bus remains busy.
-    Time since{};
-    Duration limit{};
+    /// Frames that should leave during a rest. Some stay, so that the bus remains busy.
+    int wanted = 0;
+    Time since{};     ///< When the link was blocked last.
+    Duration limit{}; ///< Of the rests in this burst.
 };

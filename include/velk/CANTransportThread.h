@@ -239,8 +239,8 @@ private: // Still part of the binary interface: a change of size or layout needs
     /// Takes what the endpoint writes, in place of the descriptors: for an endpoint that a client runs.
     class Outlet {
     public:
-        virtual void takeFrame(const TPCANMsg& frame) = 0;
-        virtual void takeMessage(unsigned short canID, const std::vector<unsigned char>& bytes) = 0;
+        virtual void onFrame(const TPCANMsg& frame) = 0;
+        virtual void onMessage(unsigned short canID, const std::vector<unsigned char>& bytes) = 0;
 
     protected:
         Outlet() = default;

@@ -17,9 +17,9 @@ void CANTransportThread::sendCANMessage(TPCANMsg& frame)
             << "CAN write to canProxyFD: " << CANExtTraceMessage(canID, frame.data, frame.len);
     }
     if (outlet != nullptr) {
-        TPCANMsg taken = frame;
-        taken.canID = canID;
-        outlet->takeFrame(taken);
+        TPCANMsg out = frame;
+        out.canID = canID;
+        outlet->onFrame(out);
         return;
     }
     unsigned char record[CANExtTraceMessage::classicRecordSize];

@@ -13,7 +13,7 @@
 bool CANTransportThread::deliver(unsigned short canID)
 {
     if (outlet != nullptr) {
-        outlet->takeMessage(canID, receiveBuffer);
+        outlet->onMessage(canID, receiveBuffer);
         return true;
     }
     CANTransportTraceMessage message(std::move(receiveBuffer), canID);

@@ -123,7 +123,7 @@ void live(int level, bool always)
             pair.transfer(from, payloads[from], requests[from], always);
         }
         if (always && Injection::hasHit()) {
-            millisleep(25); // it fails again and again, also behind the pause of an exception
+            millisleep(25); // it fails repeatedly, also after the pause that follows an exception
         }
     }
 }

@@ -30,7 +30,7 @@ const Disturbance disturbances[] = {
      [](Station& station, bool begins) { begins ? station.restart() : void(); }},
     {"fault: a silent peer", answering({}, 0)},
     {"fault: a peer that refuses everything", answering({0, 2}, 3)},
-    {"fault: a peer that is ready for ever", answering({1}, 2)},
+    {"fault: a peer that is ready forever", answering({1}, 2)},
     {"fault: a peer that answers unknown codes",
      answering({4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}, 3)},
     {"fault: a peer that acknowledges everything", answering({3}, 3)},

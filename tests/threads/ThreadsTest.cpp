@@ -32,7 +32,7 @@ struct Client : CANTransportThread {
             setDebugLevel(0);
             sendQueueEmpty();
             if (status == CTT_ACKNOWLEDGED) {
-                clear(false); // nothing waits behind the only message
+                clear(false); // nothing waits after the only message
                 ++acknowledged;
             }
             underWay -= status == CTT_CONNECTED || status == CTT_RECEIVE_TIMEOUT ? 0 : 1;

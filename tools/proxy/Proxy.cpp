@@ -2,9 +2,9 @@
 
 #include "velk/VelkException.h"
 
+#include "common/FrameRecord.h"
 #include "common/InputEnd.h"
 #include "common/Tool.h"
-#include "proxy/FrameForms.h"
 #include "proxy/ProxyExit.h"
 
 #include <algorithm>
@@ -30,6 +30,21 @@ constexpr std::chrono::microseconds longestPause{2000};
 constexpr std::chrono::seconds patience{2};
 
 constexpr int mostAtOnce = 100; ///< Frames that are sent before any is received.
+
+/// @return the frame in the record; none if it holds no classic data frame.
+std::optional<can_frame> frameIn(const TraceRecord::View& record)
+{
+    constexpr canid_t noDataFrame = CAN_RTR_FLAG | CAN_ERR_FLAG;
+    const auto body = FrameRecord::classicFrameIn(record);
+    if (!body || (body->canID & noDataFrame) != 0) {
+        return std::nullopt;
+    }
+    can_frame frame{};
+    frame.can_id = body->canID > CAN_SFF_MASK ? body->canID | CAN_EFF_FLAG : body->canID;
+    frame.can_dlc = body->length;
+    std::copy_n(body->data, body->length, frame.data);
+    return frame;
+}
 
 timespec toTimespec(std::chrono::microseconds duration)
 {
@@ -150,17 +165,17 @@ std::optional<can_frame> Proxy::nextThroughGate(Clock::time_point now)
         if (!frame) {
             break;
         }
-        gate->fromEndpoint(FrameForms::toGateFrame(*frame), now);
+        gate->fromEndpoint(CANSocket::fromKernel(*frame), now);
     }
     // An output that already has frames may have no room for another; it is written first.
     if (const auto answer = output.isEmpty() ? gate->released(now) : std::nullopt) {
-        output.add(FrameForms::toCANFrame(*answer));
+        output.add(CANSocket::toKernel(*answer));
     }
     const CANTransportGate::Frame* const own = gate->next(now);
     if (own == nullptr) {
         return std::nullopt;
     }
-    return FrameForms::toCANFrame(*own);
+    return CANSocket::toKernel(*own);
 }
 
 bool Proxy::passesGate(const can_frame& frame)
@@ -168,7 +183,7 @@ bool Proxy::passesGate(const can_frame& frame)
     if (!gate) {
         return true;
     }
-    return gate->admit(FrameForms::toGateFrame(frame), Clock::now());
+    return gate->admit(CANSocket::fromKernel(frame), Clock::now());
 }
 
 std::optional<can_frame> Proxy::nextFromInput()
@@ -179,7 +194,7 @@ std::optional<can_frame> Proxy::nextFromInput()
             if (!input.getNextRecord(record)) {
                 return std::nullopt;
             }
-            if (const auto frame = FrameForms::frameIn(record)) {
+            if (const auto frame = frameIn(record)) {
                 return frame;
             }
             reject("a record that is not a classic CAN data frame");

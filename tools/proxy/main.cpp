@@ -37,7 +37,7 @@ int carry(const ProxyOptions& options)
     std::optional<CANSocket> bus;
     try {
         const auto buffer =
-            options.gate ? CANSocket::SendBuffer::smallest : CANSocket::SendBuffer::standard;
+            options.gate ? CANSocket::SendBuffer::small : CANSocket::SendBuffer::standard;
         bus.emplace(options.interface, options.accepted, buffer);
     } catch (const VelkException& error) {
         throw Tool::Failure(proxyExitNoInterface, error.what());

@@ -1,8 +1,10 @@
 #pragma once
 
+#include "velk/CANTransportThread.h"
 #include "velk/Descriptor.h"
 #include "velk/Export.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -24,7 +26,10 @@ public:
     };
 
     /// How many frames the kernel holds for the interface before send() returns wouldBlock.
-    enum class SendBuffer { smallest, standard };
+    enum class SendBuffer {
+        small,   ///< About 12.
+        standard ///< As the system has set it.
+    };
 
     /// @param accepted filters as CAN_RAW_FILTER takes them; none: all data frames.
     /// @throws VelkException if there is no such CAN interface; `code` is the errno value.
@@ -33,6 +38,23 @@ public:
     ~CANSocket();
     CANSocket(const CANSocket&) = delete;
     CANSocket& operator=(const CANSocket&) = delete;
+
+    using Frame = CANTransportThread::TPCANMsg;
+    /// The same frame as the kernel has it, and as endpoint and gate have it.
+    static can_frame toKernel(const Frame& frame)
+    {
+        can_frame out{};
+        out.can_id = frame.canID;
+        out.can_dlc = frame.len;
+        std::copy_n(frame.data, frame.len, out.data);
+        return out;
+    }
+    static Frame fromKernel(const can_frame& frame)
+    {
+        Frame in{frame.can_id, std::min<std::uint8_t>(frame.can_dlc, CAN_MAX_DLEN), {}};
+        std::copy_n(frame.data, in.len, in.data);
+        return in;
+    }
 
     int descriptor() const { return socket.get(); }
     const std::string& name() const { return interface; }
