@@ -31,14 +31,15 @@ void MessageBase::createByteArray(std::vector<unsigned char>& bytes, bool withHe
         bytes.clear();
     }
     const std::size_t start = bytes.size();
-    const std::size_t header = withHeader ? TraceRecord::headerSize : 0;
     const std::size_t body = bodySize();
-    bytes.resize(start + header + body);
-    unsigned char* record = bytes.data() + start;
     if (withHeader) {
-        TraceRecord::encodeHeader(record, id, header + body, timeStamp);
+        const std::size_t record = TraceRecord::headerSize + body;
+        bytes.resize(start + record);
+        TraceRecord::encodeHeader(bytes.data() + start, id, record, timeStamp);
+    } else {
+        bytes.resize(start + body);
     }
-    writeBody(record + header);
+    writeBody(bytes.data() + bytes.size() - body);
 }
 
 std::size_t MessageBase::bodySize() const

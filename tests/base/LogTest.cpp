@@ -69,7 +69,10 @@ TEST(Log, hasTheLinesOfTheScriptWhateverTheProgramHasSet)
             if (line.substr(0, 2) == "> ") {
                 play(endpoint.value(), line.substr(2));
             } else if (line[0] == '#') {
-                endpoint.emplace(level - '0').setSendCANid(0xF923);
+                endpoint.emplace(level < '2' ? level - '0' : 0).setSendCANid(0xF923);
+                if (level >= '2') {
+                    endpoint->setDebugLevel(level - '0');
+                }
             } else if (line[0] <= level) {
                 const std::string tag = line[1] == '!'   ? "[ERROR] "
                                         : line[0] == '0' ? "[INFO] "

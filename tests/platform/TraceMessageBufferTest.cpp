@@ -1,5 +1,6 @@
 #include "velk/TraceMessageBuffer.h"
 
+#include "velk/Millisleep.h"
 #include "velk/Pipe.h"
 #include "velk/VelkException.h"
 
@@ -8,11 +9,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <future>
 #include <mutex>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include <unistd.h>
 
@@ -175,19 +178,26 @@ TEST_F(TraceMessageBufferTest, readsAgainOnlyWhenNoCompleteRecordWaits)
     EXPECT_EQ(errno, EBADF);
 }
 
-TEST_F(TraceMessageBufferTest, holdsItsMutexWhileItReads)
+TEST_F(TraceMessageBufferTest, takesItsMutexInEachCall)
 {
-    int ends[2];
-    ASSERT_TRUE(createPipe(ends));
     std::mutex mutex;
-    TraceMessageBuffer shared(ends[0], &mutex);
-    auto reading = std::async(std::launch::async, [&shared] { return shared.read(); });
-    while (mutex.try_lock()) {
-        mutex.unlock();
-        std::this_thread::yield();
+    TraceMessageBuffer shared(Access::input(pipe)[0], &mutex);
+    TraceRecord::View record;
+    CANTransportThread::TPCANMsg taken{};
+    for (const std::function<void()>& call : std::vector<std::function<void()>>{
+             [&] { shared.read(); }, [&] { shared.atEnd(); }, [&] { shared.empty(); },
+             [&] { shared.getNextMessage(); }, [&] { shared.getNextRecord(record); },
+             [&] { shared.getNextFrame(taken.canID, taken.len, taken.data); }}) {
+        pipe.write(frame);
+        std::unique_lock<std::mutex> lock(mutex);
+        std::atomic<bool> isFree{false};
+        auto calling = std::async(std::launch::async, [&] {
+            call();
+            return isFree.load();
+        });
+        millisleep(2); // without the lock, the call returns meanwhile
+        isFree = true;
+        lock.unlock();
+        EXPECT_TRUE(calling.get());
     }
-    close(ends[1]);
-    EXPECT_EQ(reading.get(), 0);
-    EXPECT_TRUE(shared.atEnd());
-    close(ends[0]);
 }
