@@ -33,6 +33,7 @@ isThere() {
         ninja-build) command -v ninja ;;
         pkgconf) command -v pkg-config ;;
         libcli11-dev) hasHeader CLI/CLI.hpp ;;
+        nlohmann-json3-dev) hasHeader nlohmann/json.hpp ;;
         libbenchmark-dev) hasHeader benchmark/benchmark.h ;;
         libgtest-dev) hasHeader gtest/gtest.h ;;
         libclang-rt-dev) [ -e "$(clang++ --rtlib=compiler-rt -print-libgcc-file-name)" ] ;;

@@ -13,7 +13,6 @@
 #include <cerrno>
 #include <future>
 #include <mutex>
-#include <thread>
 #include <utility>
 #include <vector>
 

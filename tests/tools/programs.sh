@@ -55,11 +55,18 @@ send --file file
 send --raw <file
 wait "$receiver"
 expect "messages as they are" "$(cat file file | md5sum)" "$(md5sum <out)"
-expect "status changes" "CTT_CONNECTED 0" "$(head -n 1 recv.err)"
-receive --json
+expect "status changes" "connected" "$(head -n 1 recv.err | cut -d' ' -f2)"
+receive --json --status
 send -D 2
 wait "$receiver"
 expect "a message as JSON" '"id":"123","length":2,"data":"0102"}' "$(cut -d, -f2- out)"
+expect "a status as JSON" '"status":"connected"}' "$(head -n 1 recv.err | cut -d, -f2)"
+mv out lines
+printf '\nxy\n{"data":1}\n0A' >>lines
+receive -n 2
+expect "the status of lines, two of them wrong" 2 "$(send --lines <lines; echo $?)"
+wait "$receiver"
+expect "lines" "01 02/0A/ 3 4" "$(tr '\n' / <out) $(sed 's/.*line \([0-9]*\):.*/\1/' send.err | xargs)"
 
 # The example greets its peer and sends each message back. Its answer can arrive before the sender of the
 # message has ended, which then takes the answer too: so a receiver runs all the time.
@@ -70,6 +77,8 @@ eventually test -s out
 "$bin/velkcan-send" -s 456 -d 123 -D 3 unix:bus
 expect "the status of a message to the example" 0 $?
 wait "$receiver"
+expect "a conversation" "0A/0B 0C/" "$(printf '0a\n0b0c\n' |
+    "$bin/velkcan-send" -s 456 -d 123 --lines --reply=300000 unix:bus | tr '\n' /)"
 kill "$example"
 expect "the example" "68 65 6C 6C 6F/01 02 03/" "$(tr '\n' / <out)"
 
@@ -83,11 +92,34 @@ expect "lines of the example with an event loop" "68 69/68 6F/" "$(tr '\n' / <ou
 receive -l
 expect "the status of a message to an endless receiver" 0 "$(send -D 2; echo $?)"
 eventually grep -qx '01 02' out
+expect "no reply" "1 velkcan-send: no reply within 1 ms" "$(send --reply=1 -D 2; echo $?) $(cat send.err)"
+"$bin/velkcan-send" -s 123 -d 456 -l 1000000000 -D 2 unix:bus >rates &
+sender=$!
+eventually sh -c '[ "$(wc -l <out)" -gt 9 ]'
+kill -INT "$sender"
+wait "$sender"
+expect "the end of a series by a signal" "130 1" "$? $(grep -c ' messages in ' rates)"
 expect "no peer" 1 "$("$bin/velkcan-send" -v -s 1 -d 2 -D 1 --timeout 50 unix:bus 2>err; echo $?)"
 expect "the log" "[INFO] CANTransportThread::threadCode() Start CANTransportThread" "$(head -n 1 err)"
 expect "the complaint about no peer" \
-    "velkcan-send: message 1 was given up: no acknowledgement from 002 in time" "$(grep -v INFO err)"
+    "velkcan-send: given up: no acknowledgement from 002 in time" "$(grep -v INFO err)"
 expect "no message" 1 "$("$bin/velkcan-recv" -s 1 -d 2 --timeout 50 unix:bus 2>err; echo $?)"
+
+expect "silence" "velkcan-send: given up: no frame from 002 in 5 attempts; are -s and -d swapped?" \
+    "$("$bin/velkcan-send" -s 1 -d 2 -D 1 unix:bus 2>&1)"
+
+# An output that fails shows in the status; only a missing reader needs no words.
+"$bin/velkcan-recv" --help >/dev/full 2>err
+expect "a full disk" "4 1" "$? $(wc -l <err)"
+"$bin/velkcan-recv" -s 2 -d 1 -l unix:bus >&- 2>err &
+"$bin/velkcan-send" -s 1 -d 2 -D 1 unix:bus
+wait $!
+expect "a closed stdout" "4 1" "$? $(wc -l <err)"
+mkfifo unread
+"$bin/velkcan-recv" -s 2 -d 1 -l unix:bus >unread 2>err &
+head -c 0 <unread
+wait $!
+expect "a stdout without a reader" "4 0" "$? $(wc -l <err)"
 
 # Many nodes at once.
 for ((node = 0; node < nodes; node++)); do
@@ -126,6 +158,10 @@ while read -r tool given arguments; do
 done <<'ROWS'
 send 800 -s 800 -d 1 -D 1 can0
 send 1x -s 1x -d 1 -D 1 can0
+send 11.bits -s 18DA10F1 -d 1 -D 1 can0
+send 001 -s 0x1 -d 1 -D 1 can0
+send --reply -s 1 -d 2 --reply=0 can0
+send --lines -s 1 -d 2 --lines -D 1 can0
 send 4096 -s 1 -d 2 -D 4096 can0
 send BUS -s 1 -d 2 -D 1
 send --bad -s 1 -d 2 --bad can0

@@ -23,6 +23,12 @@ std::optional<std::uint32_t> parseHex(std::string_view text)
     return value;
 }
 
+std::optional<std::uint32_t> parseGivenCANId(std::string_view text)
+{
+    const bool prefixed = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+    return parseCANId(prefixed ? text.substr(2) : text);
+}
+
 std::optional<std::uint32_t> parseCANId(std::string_view text)
 {
     const bool extended = text.size() == extendedDigits;

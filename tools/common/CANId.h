@@ -12,5 +12,8 @@ std::optional<std::uint32_t> parseHex(std::string_view text);
 /// other text. An id of 8 digits has 29 bits and is marked by CAN_EFF_FLAG.
 std::optional<std::uint32_t> parseCANId(std::string_view text);
 
+/// The same for an id on a command line, where `0x` may precede it.
+std::optional<std::uint32_t> parseGivenCANId(std::string_view text);
+
 /// @return the id in 3 digits, or in 8 if it is marked by CAN_EFF_FLAG.
 std::string canIdText(std::uint32_t id);

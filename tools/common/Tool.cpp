@@ -3,29 +3,62 @@
 #include "common/CANId.h"
 #include "common/Options.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <iostream>
-#include <streambuf>
+#include <cstring>
+#include <sstream>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 
 /// Prints only the type after the name of an option, as in a man page.
-struct Formatter : CLI::Formatter {
+class Formatter : public CLI::Formatter {
+public:
+    explicit Formatter(std::string usageLine) : usage(std::move(usageLine)) {}
+
+    std::string make_usage(const CLI::App* app, std::string) const override
+    {
+        return "Usage: " + app->get_name() + " " + usage + "\n";
+    }
     std::string make_option_opts(const CLI::Option* option) const override
     {
         return option->get_type_size() == 0 ? "" : " " + option->get_type_name();
     }
+
+private:
+    const std::string usage;
 };
+
+/// Opened the wrong way round, so that a read from stdin and a write to stdout or stderr fail.
+void openStandardStreams()
+{
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(stream, F_GETFD) == -1) { // open() takes the lowest number, which is this one
+            static_cast<void>(open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY));
+        }
+    }
+}
+
+/// Prints the help or the version.
+int finish(const CLI::App& app, const CLI::ParseError& request)
+{
+    std::ostringstream text;
+    app.exit(request, text, text);
+    Tool::print(text.str().data(), text.str().size());
+    return Tool::exitFine;
+}
 
 void addId(CLI::App& app, const std::string& name, std::uint16_t& target, const std::string& help)
 {
     const auto store = [&target, name](const std::string& text) {
-        const auto id = parseCANId(text);
+        const auto id = parseGivenCANId(text);
         constexpr std::uint32_t largest = 0x7FF;
         if (!id || *id > largest) {
             throw CLI::ValidationError(
-                name, Tool::complaint(text, "a CAN id from 0 to 7FF in hexadecimal"));
+                name, Tool::complaint(text, "a CAN id of 11 bits, from 0 to 7FF in hexadecimal"));
         }
         target = static_cast<std::uint16_t>(*id);
     };
@@ -47,24 +80,30 @@ void Tool::complain(const Description& description, const std::string& text)
 int Tool::runProgram(int count, char** arguments, const Description& description,
                      const std::function<void(CLI::App&)>& declare, const std::function<int()>& run)
 {
+    openStandardStreams();
+    std::signal(SIGPIPE, SIG_IGN);
     CLI::App app(description.what, description.name);
-    app.formatter(std::make_shared<Formatter>());
+    app.formatter(std::make_shared<Formatter>(description.usage));
     app.footer(description.example);
     app.set_version_flag("--version", std::string(description.name) + " " + VELK_VERSION);
-    std::signal(SIGPIPE, SIG_IGN);
     try {
-        declare(app);
-        app.parse(count, arguments);
-        return run();
-    } catch (const CLI::ValidationError& error) {
-        complain(description, error.what());
-        return exitUsage;
-    } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0) {
-            return app.exit(error);
+        try {
+            declare(app);
+            app.parse(count, arguments);
+        } catch (const CLI::ValidationError& error) {
+            throw Failure(exitUsage, error.what());
+        } catch (const CLI::ParseError& error) {
+            if (error.get_exit_code() == 0) {
+                return finish(app, error);
+            }
+            throw Failure(exitUsage, std::string(error.what()) + "; expected " + description.usage);
         }
-        complain(description, std::string(error.what()) + "; expected " + description.usage);
-        return exitUsage;
+        return run();
+    } catch (const Interrupted& interrupted) {
+        constexpr int bySignal = 128;
+        return bySignal + interrupted.signal;
+    } catch (const OutputClosed&) {
+        return exitOutput;
     } catch (const Failure& failure) {
         complain(description, failure.what());
         return failure.exitCode;
@@ -81,6 +120,12 @@ void Tool::addConnection(CLI::App& app, Connection& connection)
     app.add_option("BUS", connection.bus, "can0, unix:PATH or exec:COMMAND")
         ->required()
         ->type_name("");
+    app.callback([&connection] {
+        if (connection.ownId == connection.peerId) {
+            throw CLI::ValidationError(
+                "-d", complaint(canIdText(connection.peerId), "another id than that of -s"));
+        }
+    });
     app.add_flag("-v", connection.verbosity,
                  "Show the log on stderr; -vv, -vvv and -vvvv show more");
 }
@@ -108,6 +153,10 @@ LogUtil::Sink Tool::logToStderr()
 void Tool::print(const void* bytes, std::size_t count)
 {
     if (std::fwrite(bytes, 1, count, stdout) != count || std::fflush(stdout) != 0) {
-        throw Failure(exitOutput, "cannot write to standard output");
+        if (errno == EPIPE) {
+            throw OutputClosed{};
+        }
+        throw Failure(exitOutput,
+                      std::string("cannot write to standard output: ") + std::strerror(errno));
     }
 }

@@ -15,10 +15,11 @@ class App;
 /// Shared by all programs. Code that declares options also includes common/Options.h.
 namespace Tool {
 
+/// The same for all programs; a program ended by a signal exits with 128 and the signal's number.
 enum ExitCode : int {
     exitFine = 0,
-    exitFailed = 1, ///< Given up, or no message arrived.
-    exitUsage = 2,
+    exitFailed = 1, ///< A message was given up, or none arrived.
+    exitUsage = 2,  ///< Wrong arguments or input.
     exitBus = 3,    ///< The bus cannot be reached or is lost.
     exitOutput = 4, ///< The output cannot be written.
 };
@@ -29,16 +30,25 @@ struct Failure : std::runtime_error {
     int exitCode;
 };
 
+/// Ends the program without a word: a signal has arrived.
+struct Interrupted {
+    int signal;
+};
+
+/// Ends the program without a word: nobody reads its output any longer.
+struct OutputClosed {};
+
 struct Description {
     const char* name = "";
     const char* what = "";    ///< One paragraph.
-    const char* usage = "";   ///< The arguments, for an error message about them.
+    const char* usage = "";   ///< The arguments.
     const char* example = ""; ///< Notes and examples, printed after the options.
     int exitCode = exitBus;   ///< For every exception except a Failure.
 };
 
 /// Parses the command line into the variables that `declare` has bound, and runs the program. Every exception
-/// becomes one line on stderr. A write to a pipe without a reader fails and raises no signal.
+/// becomes one line on stderr. A write to a pipe without a reader fails and raises no signal. A standard stream
+/// that is closed is opened first, such that its use fails: no other descriptor gets its number.
 /// @return the exit code of the program.
 int runProgram(int count, char** arguments, const Description& description,
                const std::function<void(CLI::App&)>& declare, const std::function<int()>& run);
@@ -73,7 +83,7 @@ CANTransportClient::Options clientOptions(const Connection& connection);
 /// @return a function that writes each log line of a client to stderr.
 LogUtil::Sink logToStderr();
 
-/// Writes to stdout. @throws Failure if that fails.
+/// Writes to stdout. @throws Failure if that fails, OutputClosed if nobody reads it.
 void print(const void* bytes, std::size_t count);
 
 } // namespace Tool

@@ -1,10 +1,9 @@
+#include "common/ClientEvents.h"
+#include "common/MessageFormat.h"
 #include "common/Options.h"
 #include "common/Tool.h"
 
-#include <chrono>
-#include <cstdio>
-#include <mutex>
-#include <sstream>
+#include <algorithm>
 
 namespace {
 
@@ -15,22 +14,18 @@ other options it prints one message. The peer gets an acknowledgement when a mes
 arrived. Up to 1024 messages wait to be printed; those not printed by the end are lost.
 )",
     "-s ID -d ID [options] BUS",
-    R"(Exit status: 0 all messages arrived; 1 timeout; 2 wrong arguments; 3 no bus; 4 the output
-cannot be written.
-
-Example:
+    R"(Example:
   velkcan-recv -s 456 -d 123 -l can0
 )"};
 
-using Message = CANTransportClient::Message;
+using Client = CANTransportClient;
 
 struct Options {
     Tool::Connection connection;
     bool forever = false;
     std::uint64_t count = 1;
     std::uint64_t timeoutMs = 0;
-    bool raw = false;
-    bool json = false;
+    MessageFormat format;
     bool status = false;
 };
 
@@ -40,71 +35,48 @@ void declare(CLI::App& app, Options& options)
     constexpr std::uint64_t one = 1;
     constexpr std::uint64_t longestTimeoutMs = INT32_MAX;
     Tool::addNumber(app, "-n N", options.count, one, UINT64_MAX, "Print N messages (default: 1)");
-    app.add_flag("-l", options.forever, "Print messages forever")->excludes("-n");
+    app.add_flag("-l", options.forever, "Print messages until a signal")->excludes("-n");
     Tool::addNumber(app, "--timeout MS", options.timeoutMs, one, longestTimeoutMs,
                     "End if no message arrives for MS milliseconds (default: wait)");
-    auto* const raw = app.add_flag("--raw", options.raw, "Print the bytes as they are");
-    app.add_flag("--json", options.json,
-                 "Print a JSON object on each line: time (seconds), id, length,\ndata")
-        ->excludes(raw);
-    app.add_flag("--status", options.status, "Print status changes on stderr");
+    addFormat(app, options.format, "Print the bytes as they are",
+              "Print a JSON object on each line: time (seconds), id, length,\ndata");
+    app.add_flag("--status", options.status,
+                 "Print status changes on stderr, with the time of day; with --json\nas JSON");
 }
 
-std::string hexOf(const CANTransportClient::Bytes& bytes, const char* separator)
+Client::Options clientOptions(const Options& options)
 {
-    constexpr const char* digits = "0123456789ABCDEF";
-    std::string text;
-    for (const unsigned char byte : bytes) {
-        text += text.empty() ? "" : separator;
-        text += {digits[byte >> 4], digits[byte & 15]};
+    auto result = Tool::clientOptions(options.connection);
+    if (!options.forever) { // what is not printed should not be acknowledged
+        result.queueLength = std::min<std::uint64_t>(result.queueLength, options.count);
     }
-    return text;
+    return result;
 }
 
-std::string jsonOf(const Message& message)
+Client::Message nextMessage(ClientEvents& events, const Options& options)
 {
-    using std::chrono::system_clock;
-    const std::chrono::duration<double> time = system_clock::now().time_since_epoch();
-    char head[96];
-    std::snprintf(head, sizeof head, R"({"time":%.6f,"id":"%03X","length":%zu,"data":")",
-                  time.count(), message.canID, message.bytes.size());
-    return head + hexOf(message.bytes, "") + "\"}\n";
-}
-
-void print(const Message& message, const Options& options)
-{
-    if (options.raw) {
-        Tool::print(message.bytes.data(), message.bytes.size());
-        return;
+    const auto deadline = options.timeoutMs == 0
+                              ? Client::Clock::time_point::max()
+                              : Client::Clock::now() + std::chrono::milliseconds(options.timeoutMs);
+    while (auto event = events.next(deadline)) {
+        if (auto* const message = std::get_if<Client::Message>(&*event)) {
+            return std::move(*message);
+        }
+        const auto* const change = std::get_if<Client::StatusChange>(&*event);
+        if (change != nullptr && options.status) {
+            printStatus(*change, options.format);
+        }
     }
-    const std::string line = options.json ? jsonOf(message) : hexOf(message.bytes, " ") + '\n';
-    Tool::print(line.data(), line.size());
-}
-
-void printStatus(CANTransportClient::Status status, unsigned short value)
-{
-    std::ostringstream line;
-    line << status << ' ' << value << '\n';
-    std::fputs(line.str().c_str(), stderr);
+    throw Tool::Failure(Tool::exitFailed,
+                        "no message within " + std::to_string(options.timeoutMs) + " ms");
 }
 
 int receive(const Options& options)
 {
-    auto clientOptions = Tool::clientOptions(options.connection);
-    if (options.status) {
-        clientOptions.statusHandler = printStatus;
-    }
-    const auto timeout = options.timeoutMs == 0 ? std::chrono::milliseconds::max()
-                                                : std::chrono::milliseconds(options.timeoutMs);
-    CANTransportClient client(options.connection.bus, clientOptions);
+    const Signals signals;
+    ClientEvents events(options.connection.bus, clientOptions(options), signals);
     for (std::uint64_t left = options.count; options.forever || left > 0; --left) {
-        const auto message = client.receive(timeout);
-        if (!message) {
-            Tool::complain(description,
-                           "no message within " + std::to_string(options.timeoutMs) + " ms");
-            return Tool::exitFailed;
-        }
-        print(*message, options);
+        print(nextMessage(events, options), options.format);
     }
     return Tool::exitFine;
 }

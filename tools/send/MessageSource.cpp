@@ -7,6 +7,9 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <sstream>
+
+#include <nlohmann/json.hpp>
 
 namespace {
 
@@ -43,7 +46,7 @@ std::string nameOf(char given)
 
 } // namespace
 
-MessageSource::Bytes MessageSource::fromHex(std::istream& stream)
+MessageSource::Bytes MessageSource::fromHex(std::istream& stream, const std::string& name)
 {
     Bytes bytes;
     std::string digits; ///< Digits of the current byte.
@@ -62,7 +65,24 @@ MessageSource::Bytes MessageSource::fromHex(std::istream& stream)
     if (!digits.empty()) {
         failAt(position, "the end");
     }
-    return checked(std::move(bytes), "standard input");
+    return checked(std::move(bytes), name);
+}
+
+MessageSource::Bytes MessageSource::fromLine(const std::string& line)
+{
+    std::istringstream hex(line);
+    if ((hex >> std::ws).peek() != '{') {
+        return fromHex(hex, "the message");
+    }
+    const auto object = nlohmann::json::parse(line, nullptr, false);
+    const auto data = object.is_object() ? object.find("data") : object.end();
+    if (data == object.end() || !data->is_string()) {
+        throw Tool::Failure(
+            Tool::exitUsage,
+            "got an object without a text as data, expected {\"data\":\"DEADBEEF\"}");
+    }
+    std::istringstream digits(data->get<std::string>());
+    return fromHex(digits, "data");
 }
 
 MessageSource::Bytes MessageSource::asTheyAre(std::istream& stream, const std::string& name)

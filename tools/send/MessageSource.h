@@ -12,9 +12,13 @@ namespace MessageSource {
 
 using Bytes = CANTransportClient::Bytes;
 
+// `name`: of the source, for error messages.
+
 /// @return bytes given as pairs of hexadecimal digits; white space may separate the pairs.
-Bytes fromHex(std::istream& stream);
-/// @return all bytes as they are. @param name of the stream, for error messages.
+Bytes fromHex(std::istream& stream, const std::string& name);
+/// @return bytes given in the same way, or as a JSON object with the member `data`.
+Bytes fromLine(const std::string& line);
+/// @return all bytes as they are.
 Bytes asTheyAre(std::istream& stream, const std::string& name);
 /// @return all bytes of the file.
 Bytes fromFile(const std::string& name);

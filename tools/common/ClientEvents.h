@@ -1,0 +1,31 @@
+#pragma once
+
+#include "velk/CANTransportClient.h"
+
+#include "common/Signals.h"
+
+#include <optional>
+
+/// Waits for the events of a client, and for what ends a program: a signal, and a stdout without a reader.
+class ClientEvents {
+public:
+    using Clock = CANTransportClient::Clock;
+    using Event = CANTransportClient::Event;
+
+    /// Opens the bus. @param ends created before, so that no thread takes its signals.
+    ClientEvents(const std::string& bus, const CANTransportClient::Options& options,
+                 const Signals& ends);
+
+    CANTransportClient client;
+
+    /// @return the next event; none if the deadline has passed, or if `input` is readable or at its end.
+    /// @param input a descriptor; -1 for none.
+    /// @throws Tool::Interrupted, Tool::OutputClosed, CANTransportClient::BusLost
+    std::optional<Event> next(Clock::time_point deadline, int input = -1);
+
+private:
+    std::optional<Event> takeEvent();
+
+    const std::string busName;
+    const Signals& signals;
+};
