@@ -27,14 +27,19 @@ void blockSigpipe()
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 }
 
+void cancelAndJoin(pthread_t thread)
+{
+    pthread_cancel(thread);
+    pthread_join(thread, nullptr);
+}
+
 } // namespace
 
 Thread::~Thread()
 {
     assert(!alive && "stop() has to come before the destructor");
     if (joinable) {
-        pthread_cancel(handle);
-        pthread_join(handle, nullptr);
+        cancelAndJoin(handle);
     }
 }
 
@@ -68,8 +73,7 @@ void Thread::stop()
     if (!joinable) {
         return;
     }
-    pthread_cancel(handle);
-    pthread_join(handle, nullptr);
+    cancelAndJoin(handle);
     joinable = false;
 }
 
