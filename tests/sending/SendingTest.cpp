@@ -1,3 +1,5 @@
+#include "velk/Millisleep.h"
+
 #include "support/Endpoint.h"
 #include "support/LogCapture.h"
 
@@ -43,4 +45,11 @@ TEST(Sending, theQueueIsEmptyOnlyWhenNothingWaitsInThePipeEither)
     EXPECT_FALSE(endpoint.sendQueueEmpty());
     endpoint.flowControl(3);
     EXPECT_TRUE(endpoint.sendQueueEmpty());
+    endpoint.request({1});
+    std::future<bool> isEmpty;
+    Access::clearAfter(endpoint, [&] {
+        isEmpty = std::async(std::launch::async, [&] { return endpoint.sendQueueEmpty(); });
+        millisleep(2); // without the lock, it returns meanwhile
+    });
+    EXPECT_TRUE(isEmpty.get());
 }
