@@ -30,7 +30,6 @@ public:
 
     ~Core()
     {
-        const UncancellableScope whole;
         const std::lock_guard<std::mutex> order(lifecycle);
         queue.close();
         mover.reset();
@@ -79,7 +78,11 @@ CANTransportClient::CANTransportClient(std::string bus, Options options)
 {
 }
 
-CANTransportClient::~CANTransportClient() = default;
+CANTransportClient::~CANTransportClient()
+{
+    const UncancellableScope whole; // close() is a cancellation point too
+    core.reset();
+}
 
 CANTransportClient::SendResult CANTransportClient::send(const Bytes& message)
 {

@@ -6,11 +6,17 @@
 
 #include <cerrno>
 #include <csignal>
+#include <filesystem>
+#include <string>
 
 #include <spawn.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#ifndef __GLIBC_PREREQ
+#define __GLIBC_PREREQ(major, minor) 0
+#endif
 
 namespace {
 
@@ -34,7 +40,7 @@ public:
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_adddup2(&actions, standardStreams, STDIN_FILENO);
         posix_spawn_file_actions_adddup2(&actions, standardStreams, STDOUT_FILENO);
-        posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
+        closeOthers();
     }
     ~SpawnSettings()
     {
@@ -46,6 +52,22 @@ public:
 
     posix_spawnattr_t attributes{};
     posix_spawn_file_actions_t actions{};
+
+private:
+#if __GLIBC_PREREQ(2, 34) && !defined(VELK_WITHOUT_CLOSEFROM)
+    void closeOthers() { posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1); }
+#else
+    /// Misses a descriptor that another thread opens now, if it is not close-on-exec.
+    void closeOthers()
+    {
+        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+            const int open = std::stoi(entry.path().filename());
+            if (open > STDERR_FILENO) {
+                posix_spawn_file_actions_addclose(&actions, open);
+            }
+        }
+    }
+#endif
 };
 
 } // namespace

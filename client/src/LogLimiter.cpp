@@ -53,9 +53,7 @@ LogLimiter::Kind& LogLimiter::kindOf(const std::string& line)
     const auto place = std::find_if(kinds.begin(), last, [&](const Kind& kind) {
         return kind.text.empty() || kind.text == text;
     });
-    if (place->text.empty()) {
-        place->text = place == last ? "of other kinds" : text;
-    }
+    place->text = place == last ? "of other kinds" : text;
     return *place;
 }
 

@@ -13,6 +13,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <fcntl.h>
@@ -76,7 +77,7 @@ TEST(Process, startsACommandAsAShellWould)
     const Descriptor inheritable(dup(STDERR_FILENO));
     const int before = countDeafThreads();
     {
-        CANTransportClient client("exec:(ls /proc/self/fd; s=/proc/self/status;"
+        CANTransportClient client("exec:(echo $0; ls /proc/self/fd; s=/proc/self/status;"
                                   "grep -c '^SigBlk:.0*$' $s;"
                                   "grep -c '^SigIgn:.*[08]0000000$' $s;"
                                   "grep -c \"^NSpgid:.$$\\$\" $s) >" +
@@ -88,7 +89,7 @@ TEST(Process, startsACommandAsAShellWould)
     pthread_sigmask(SIG_UNBLOCK, &blocked, &after);
     EXPECT_TRUE(sigismember(&after, SIGTERM) == 1 && sigismember(&after, SIGINT) == 0);
     signal(SIGPIPE, SIG_DFL);
-    EXPECT_EQ(textOf(file), "0\n1\n2\n3\n1\n1\n1\n") << "descriptor 3 is that of ls";
+    EXPECT_EQ(textOf(file), "sh\n0\n1\n2\n3\n1\n1\n1\n") << "descriptor 3 is that of ls";
 }
 
 TEST(Process, endsACommandWithItsWholeGroup)
@@ -159,6 +160,20 @@ TEST(Process, hasDescriptorsThatDisturbNobody)
     }
     EXPECT_EQ(wrong, "");
     EXPECT_EQ(namesIn("/proc/self/fd"), before) << "all are closed again";
+}
+
+TEST(Process, reconnectsAndEndsWholeInAThreadThatIsBeingCancelled)
+{
+    bool hasEnded = false;
+    std::thread owner([&] {
+        auto client = std::make_unique<CANTransportClient>("exec:cat", echo);
+        pthread_cancel(pthread_self());
+        client->reconnect();
+        client.reset();
+        hasEnded = true;
+    });
+    owner.join();
+    EXPECT_TRUE(hasEnded);
 }
 
 TEST(Process, keepsItsStreams)

@@ -140,6 +140,9 @@ TEST(SendPace, restsUntilTheLinkIsNearlyEmpty)
     blocked(12, 1ms);
     EXPECT_EQ(blocked(6, 1h), 10ms) << "the longest";
     pace.onIdle();
+    blocked(3, 50ms);
+    EXPECT_EQ(blocked(2, 600us), 300us) << "the room is for few";
+    pace.onIdle();
     blocked(150, 50ms); // most had left meanwhile
     EXPECT_EQ(blocked(6, 600us), 300us) << "the room is less than it seemed";
 }

@@ -169,5 +169,5 @@ public:
 
 private:
     class Core;
-    const std::unique_ptr<Core> core;
+    std::unique_ptr<Core> core;
 };
