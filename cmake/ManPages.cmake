@@ -13,5 +13,7 @@ function(velk_man_page program summary)
   add_custom_command(OUTPUT ${page} DEPENDS ${program} VERBATIM
     COMMAND ${HELP2MAN} --no-info --name ${summary} --output ${page} $<TARGET_FILE:${program}>)
   add_custom_target(${program}-man ALL DEPENDS ${page})
-  install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  if(VELK_INSTALL)
+    install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+  endif()
 endfunction()
