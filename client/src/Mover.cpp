@@ -61,7 +61,6 @@ void Mover::run()
     } catch (const std::exception& error) { // no memory
         around.log.pass(LogUtil::Level::error, std::string("CANTransportClient: ") + error.what());
     }
-    port.reset();
     if (!stopping) {
         around.queue.lose();
     }

@@ -97,8 +97,9 @@ private:
     SendPace pace;
     Clock::time_point linkPause{}; ///< Nothing is sent before.
     Gathering gathering;
-    Clock::time_point gatherEnd{}; ///< Nothing is read from the link before.
-    bool linkBlocked = false;      ///< Wait until the link is writable.
+    Clock::time_point
+        gatherEnd{}; ///< Nothing is read from the link before, except answers that are due.
+    bool linkBlocked = false; ///< Wait until the link is writable.
     std::vector<Frame> fromBus;
 
     std::atomic<bool> stopping{false};

@@ -98,8 +98,7 @@ bool Mover::takeFromBus()
         }
     }
     gathering.onTaken(now);
-    // While an own message is being sent, its answers must be read at once.
-    gatherEnd = stage == Stage::none ? now + gathering.pause() : now;
+    gatherEnd = now + gathering.pause();
     return good;
 }
 

@@ -124,6 +124,17 @@ TEST(Process, endsACommandWithItsWholeGroup)
     }
     CANTransportClient gone("exec:true", echo);
     EXPECT_THROW(gone.receive(1h), CANTransportClient::BusLost);
+
+    signal(SIGCHLD, SIG_IGN); // the kernel reaps the shell, and another group may get its id
+    const std::string file = folder.path() + "reaped";
+    {
+        CANTransportClient reaped("exec:sleep 1000 <&- >&- & echo $! >'" + file + "'", echo);
+        EXPECT_THROW(reaped.receive(1h), CANTransportClient::BusLost);
+    }
+    signal(SIGCHLD, SIG_DFL);
+    const std::string left = textOf(file).substr(0, textOf(file).find('\n'));
+    EXPECT_TRUE(isAlive(left)) << "no signal to a group that may be another";
+    kill(std::stoi(left), SIGKILL);
 }
 
 TEST(Process, hasDescriptorsThatDisturbNobody)

@@ -143,6 +143,9 @@ TEST(SendPace, restsUntilTheLinkIsNearlyEmpty)
     blocked(3, 50ms);
     EXPECT_EQ(blocked(2, 600us), 300us) << "the room is for few";
     pace.onIdle();
+    blocked(12, 50ms);
+    EXPECT_EQ(blocked(3, 900us), 300us) << "less than half of the room";
+    pace.onIdle();
     blocked(150, 50ms); // most had left meanwhile
     EXPECT_EQ(blocked(6, 600us), 300us) << "the room is less than it seemed";
 }
