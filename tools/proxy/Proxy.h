@@ -5,7 +5,7 @@
 #include "velk/TraceMessageBuffer.h"
 
 #include "proxy/RecordOutput.h"
-#include "proxy/Signals.h"
+#include "common/Signals.h"
 
 #include <chrono>
 #include <cstdint>

@@ -1,12 +1,13 @@
 #include "velk/CANSocket.h"
 #include "velk/VelkException.h"
 
+#include "common/Signals.h"
 #include "common/Tool.h"
 #include "proxy/Proxy.h"
 #include "proxy/ProxyExit.h"
 #include "proxy/ProxyOptions.h"
-#include "proxy/Signals.h"
 
+#include <csignal>
 #include <optional>
 
 namespace {
@@ -33,7 +34,7 @@ Example, a message to a device on the bus of another machine:
 
 int carry(const ProxyOptions& options)
 {
-    const Signals signals;
+    const Signals signals{SIGUSR1};
     std::optional<CANSocket> bus;
     try {
         const auto buffer =
