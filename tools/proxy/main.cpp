@@ -18,9 +18,9 @@ constexpr Tool::Description description{
 serialised trace message. While the interface has no room, stdin is not read; no frame is
 lost, repeated or reordered.
 )",
-    "[--accept ID[:MASK]]... [--gate] [--quiet] IFACE",
+    "[--accept ID[:MASK|~MASK]]... [--gate] [--quiet] IFACE",
     R"(Only classic CAN data frames pass. The proxy prints its counters on stderr when it gets
-SIGUSR1 and when it ends.
+SIGUSR1 and when it ends. SIGINT, SIGTERM and SIGHUP end it.
 
 Exit status: 0 stdin has ended and all frames are sent, or a signal arrived; 1 any other
 failure; 2 wrong arguments; 3 no such interface, or no CAN in this kernel; 4 the interface
