@@ -90,6 +90,7 @@ CANSocket::Result CANSocket::send(const can_frame* frames, std::size_t count, st
     for (sent = 0; sent < count;) {
         const std::size_t next = std::min(count - sent, batch);
         for (std::size_t i = 0; i < next; ++i) {
+            // NOLINTNEXTLINE(*-const-cast): an iovec is for reading and writing alike
             parts[i] = {const_cast<can_frame*>(frames + sent + i), sizeof *frames};
             messages[i].msg_hdr.msg_iov = &parts[i];
             messages[i].msg_hdr.msg_iovlen = 1;

@@ -1,7 +1,11 @@
 #include "bus/BusReport.h"
 
-#include <cinttypes>
-#include <cstdio>
+#include <charconv>
+#include <iterator>
+#include <string_view>
+
+#include <poll.h>
+#include <unistd.h>
 
 namespace {
 
@@ -27,28 +31,55 @@ constexpr Entry entries[] = {
     {"fault_strays", &BusCounters::strays, nullptr},
 };
 
+/// A line for stderr. If stderr does not take it at once, as a terminal that was stopped, it is dropped: the
+/// program must still end when a signal arrives.
+class Line {
+public:
+    bool isEmpty() const { return length == 0; }
+    Line& operator<<(std::string_view words)
+    {
+        length += words.copy(text + length, sizeof text - length);
+        return *this;
+    }
+    Line& operator<<(std::uint64_t number)
+    {
+        char digits[24];
+        const char* const end = std::to_chars(digits, std::end(digits), number).ptr;
+        return *this << std::string_view(digits, static_cast<std::size_t>(end - digits));
+    }
+    void print() const
+    {
+        pollfd output{STDERR_FILENO, POLLOUT, 0};
+        if (poll(&output, 1, 0) == 1 && write(STDERR_FILENO, text, length) == -1) {
+            return; // there is nobody to complain to
+        }
+    }
+
+private:
+    char text[512];
+    std::size_t length = 0;
+};
+
 } // namespace
 
 void BusReport::printJson(const BusCounters& counters)
 {
-    char line[512];
-    std::size_t length = 0;
+    Line line;
     for (const Entry& entry : entries) {
-        length += static_cast<std::size_t>(
-            std::snprintf(line + length, sizeof line - length, "%s\"%s\":%" PRIu64,
-                          length == 0 ? "{" : ",", entry.name, counters.*entry.counter));
+        line << (line.isEmpty() ? "{\"" : ",\"") << entry.name << "\":" << counters.*entry.counter;
     }
-    std::fprintf(stderr, "%s}\n", line);
+    line << "}\n";
+    line.print();
 }
 
 void BusReport::printSummary(const BusCounters& counters)
 {
-    std::fprintf(stderr,
-                 "velkcan-bus: %" PRIu64 " nodes, %" PRIu64 " frames carried, %" PRIu64
-                 " delivered, %" PRIu64 " dropped, %" PRIu64 " unusable, %" PRIu64
-                 " connections refused\n",
-                 counters.nodes, counters.carried, counters.delivered, counters.overflowDrops,
-                 counters.unusable, counters.tooMany + counters.noResource);
+    Line line;
+    line << "velkcan-bus: " << counters.nodes << " nodes, " << counters.carried
+         << " frames carried, " << counters.delivered << " delivered, " << counters.overflowDrops
+         << " dropped, " << counters.unusable << " unusable, "
+         << counters.tooMany + counters.noResource << " connections refused\n";
+    line.print();
 }
 
 void BusReport::printRefusals(const BusCounters& before, const BusCounters& now)
@@ -56,7 +87,9 @@ void BusReport::printRefusals(const BusCounters& before, const BusCounters& now)
     for (const Entry& entry : entries) {
         const std::uint64_t count = now.*entry.counter - before.*entry.counter;
         if (entry.refusal != nullptr && count != 0) {
-            std::fprintf(stderr, "velkcan-bus: %" PRIu64 " %s\n", count, entry.refusal);
+            Line line;
+            line << "velkcan-bus: " << count << " " << entry.refusal << "\n";
+            line.print();
         }
     }
 }

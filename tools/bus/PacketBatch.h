@@ -2,10 +2,12 @@
 
 #include "velk/TraceRecord.h"
 
+#include "bus/Frame.h"
 #include "bus/FrameRing.h"
 
 #include <array>
 #include <cstddef>
+#include <optional>
 
 #include <sys/socket.h>
 #include <sys/uio.h>
@@ -41,6 +43,7 @@ public:
     /// Makes the record in a slot the packet at `index`.
     void put(std::size_t index, const FrameRing::Slot& slot)
     {
+        // NOLINTNEXTLINE(*-const-cast): an iovec is for reading and writing alike
         parts[index] = {const_cast<unsigned char*>(slot.record), slot.size};
     }
     /// Sends the first `count` packets. @return how many the socket took; -1 on failure, with errno set.

@@ -5,8 +5,10 @@
 #include "common/Signals.h"
 #include "common/Tool.h"
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <iterator>
 
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -27,7 +29,8 @@ a classic frame is refused; a connection too if the bus is full or has no memory
 descriptor for it. Each kind of refusal is reported in at most one line a second. While
 others send, a node that floods the bus rests after each of its turns.
 
-Faults affect single frames; see velkcan-demo.
+Faults affect single frames. All stray frames are of a sort that a receiver can recognise
+as wrong.
 
 Exit status: 0 ended by a signal; 2 wrong arguments; 3 the socket cannot be created.
 
