@@ -56,7 +56,7 @@ public:
     }
 
 private:
-    char text[512];
+    char text[512]{};
     std::size_t length = 0;
 };
 

@@ -8,7 +8,7 @@
 class Rest {
 public:
     using Clock = std::chrono::steady_clock;
-    static constexpr std::chrono::microseconds duration{100};
+    static constexpr std::chrono::microseconds duration{200};
     /// How long a node counts as sending after its last frame.
     static constexpr std::chrono::milliseconds memory{20};
 

@@ -17,7 +17,7 @@ constexpr std::chrono::milliseconds greatestLag{10};
 
 /// What the turn of a node may cost: each of its frames is sent to all others.
 constexpr std::size_t deliveriesInATurn = 128;
-constexpr std::size_t mostFramesInATurn = 8;
+constexpr std::size_t mostFramesInATurn = 16;
 static_assert(mostFramesInATurn <= PacketBatch::size);
 
 Descriptor event()
