@@ -82,6 +82,30 @@ CANSocket::Result CANSocket::send(const can_frame& frame)
     return Result::done;
 }
 
+CANSocket::Result CANSocket::send(const can_frame* frames, std::size_t count, std::size_t& sent)
+{
+    constexpr std::size_t batch = 32;
+    iovec parts[batch];
+    mmsghdr messages[batch]{};
+    for (sent = 0; sent < count;) {
+        const std::size_t next = std::min(count - sent, batch);
+        for (std::size_t i = 0; i < next; ++i) {
+            // NOLINTNEXTLINE(*-const-cast): an iovec is for reading and writing alike
+            parts[i] = {const_cast<can_frame*>(frames + sent + i), sizeof *frames};
+            messages[i].msg_hdr.msg_iov = &parts[i];
+            messages[i].msg_hdr.msg_iovlen = 1;
+        }
+        const int taken =
+            sendmmsg(socket.get(), messages, static_cast<unsigned int>(next), MSG_NOSIGNAL);
+        if (taken > 0) { // perhaps fewer than `next`: the next call says why
+            sent += static_cast<std::size_t>(taken);
+        } else if (errno != EINTR) {
+            return errno == ENOBUFS ? Result::queueFull : resultOf(errno);
+        }
+    }
+    return Result::done;
+}
+
 /// Room for some frames, each with the count of missed frames.
 struct CANSocket::Batch {
     static constexpr std::size_t size = 32;

@@ -105,6 +105,19 @@ WRAP(ssize_t, send, (int fd, const void* bytes, size_t size, int flags))
     return fd == kernel.client && fails("send") ? -1 : real_send(fd, bytes, size, flags);
 }
 
+/// As the kernel does, reports an error only for the first of the messages.
+WRAP(int, sendmmsg, (int fd, mmsghdr* messages, unsigned int count, int flags))
+{
+    for (unsigned int i = 0; fd == kernel.client && i < count; ++i) {
+        const iovec& part = *messages[i].msg_hdr.msg_iov;
+        if (wrap_send(fd, part.iov_base, part.iov_len, flags) == -1) {
+            return i == 0 ? -1 : static_cast<int>(i);
+        }
+    }
+    return fd == kernel.client ? static_cast<int>(count)
+                               : real_sendmmsg(fd, messages, count, flags);
+}
+
 WRAP(int, recvmmsg, (int fd, mmsghdr* messages, unsigned int room, int flags, timespec* timeout))
 {
     if (fd == kernel.client && fails("recvmmsg")) {
@@ -173,6 +186,29 @@ TEST(CANSocket, isAFilteredLinkWithFewFramesBeyondReach)
     kernel.errors["recvmmsg"] = {ENETDOWN};
     EXPECT_FALSE(next.receive(frames, 1));
     EXPECT_EQ(tally.framesMissed, 4U) << "counted over all connections";
+}
+
+TEST(CANSocket, sendsManyFramesAndSaysHowManyBeforeOneIsRefused)
+{
+    const Scope scope;
+    CANSocket socket("can7", {});
+    std::vector<can_frame> frames(40);
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+        frames[i].can_id = static_cast<canid_t>(i);
+    }
+    kernel.errors["send"] = std::deque<int>(35);
+    kernel.errors["send"].push_back(ENOBUFS); // meets a call that has sent three
+    kernel.errors["send"].push_back(ENOBUFS);
+    std::size_t sent = 0;
+    EXPECT_EQ(socket.send(frames.data(), frames.size(), sent), CANSocket::Result::queueFull);
+    EXPECT_EQ(sent, 35U);
+    EXPECT_EQ(socket.send(frames.data() + 35, 5, sent), CANSocket::Result::done);
+    EXPECT_EQ(sent, 5U);
+    for (const can_frame& frame : frames) {
+        can_frame arrived{};
+        EXPECT_EQ(recv(kernel.bus.get(), &arrived, sizeof arrived, 0), ssize_t{sizeof arrived});
+        EXPECT_EQ(arrived.can_id, frame.can_id);
+    }
 }
 
 TEST(CANSocket, saysWhyItDoesNotOpenAndWhatIsWrong)

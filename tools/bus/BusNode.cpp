@@ -1,84 +1,112 @@
 #include "bus/BusNode.h"
 
-#include "velk/VelkException.h"
-
 #include "common/InputEnd.h"
 
 #include <cerrno>
 #include <utility>
 
-#include <poll.h>
+#include <sys/epoll.h>
 #include <sys/socket.h>
 
-BusNode::BusNode(Descriptor connection, std::uint64_t nodeNumber)
+namespace {
+
+/// Half of what a node may take of the kernel's memory; the kernel doubles the number.
+constexpr int sendBufferBytes = 64 * 1024;
+
+} // namespace
+
+BusNode::BusNode(Descriptor connection, std::uint64_t nodeNumber, std::uint64_t firstPosition)
     : number(nodeNumber),
       socket(std::move(connection)),
-      source(socket.get(), nullptr)
+      position(firstPosition)
 {
+    setsockopt(socket.get(), SOL_SOCKET, SO_SNDBUF, &sendBufferBytes, sizeof sendBufferBytes);
 }
 
-short BusNode::events() const
+void BusNode::note(std::uint32_t events)
 {
-    return static_cast<short>((exhausted ? POLLIN : 0) | (queue.empty() ? 0 : POLLOUT));
+    if ((events & EPOLLOUT) != 0) {
+        blocked = false;
+    }
+    if ((events & ~static_cast<std::uint32_t>(EPOLLOUT)) != 0) {
+        readable = true;
+    }
 }
 
-std::optional<CANFrame> BusNode::nextFrame(std::uint64_t& unreadable)
+std::uint32_t BusNode::interest() const
 {
-    TraceRecord::View record;
-    while (!exhausted) {
-        try {
-            if (!source.getNextRecord(record)) {
-                read();
-                exhausted = !source.getNextRecord(record);
-            }
-            if (exhausted) {
-                return std::nullopt;
-            }
-            if (const auto frame = frameOf(record)) {
-                return frame;
-            }
-            ++unreadable;
-            exhausted = source.empty();
-        } catch (const VelkException&) { // thrown only after all records that were read
-            ++unreadable;
-            exhausted = true;
+    return (readable ? 0U : EPOLLIN) | (blocked ? EPOLLOUT : 0U);
+}
+
+std::size_t BusNode::receive(PacketBatch& batch, std::size_t most)
+{
+    readable = false;
+    const int received = batch.receive(socket.get(), most);
+    if (received == -1) {
+        // After a reset, packets may still wait: the client has closed its socket without reading its own.
+        gone = errno != EAGAIN && errno != EINTR && errno != ECONNRESET;
+        return 0;
+    }
+    auto count = static_cast<std::size_t>(received);
+    if (batch.sizeOf(count - 1) == 0 && isEndOfInput(socket.get())) {
+        gone = true;
+        while (count > 0 && batch.sizeOf(count - 1) == 0) {
+            --count;
         }
     }
-    return std::nullopt;
+    readable = count == most;
+    return count;
 }
 
-/// After ECONNRESET, packets may still wait: the client has closed its socket without reading all of its own.
-void BusNode::read()
+void BusNode::deliver(const FrameRing& ring, PacketBatch& batch, BusCounters& counters)
 {
-    const bool failed = source.read() == -1 && errno != ECONNRESET;
-    dead = failed || (source.atEnd() && isEndOfInput(socket.get()));
-}
-
-bool BusNode::deliver(const std::vector<unsigned char>& record, std::size_t queueLength)
-{
-    if (queue.empty() && send(record)) {
-        return true;
-    }
-    if (queue.size() >= queueLength) {
-        return false;
-    }
-    queue.push_back(record);
-    return true;
-}
-
-void BusNode::flush()
-{
-    while (!queue.empty() && send(queue.front())) {
-        queue.pop_front();
+    while (!blocked && position != ring.end()) {
+        std::uint64_t ends[PacketBatch::size]; // the position after each packet
+        std::size_t count = 0;
+        std::uint64_t next = position;
+        for (; next != ring.end() && count < PacketBatch::size; ++next) {
+            if (ring.at(next).sender != number && !deaf) {
+                batch.put(count, ring.at(next));
+                ends[count++] = next + 1;
+            }
+        }
+        if (count == 0) {
+            position = next;
+        } else {
+            send(batch, count, ends, counters);
+        }
     }
 }
 
-/// @return false if the socket has no room now.
-bool BusNode::send(const std::vector<unsigned char>& record)
+/// Packets that the socket refuses stay in the ring.
+void BusNode::send(PacketBatch& batch, std::size_t count, const std::uint64_t* ends,
+                   BusCounters& counters)
 {
-    if (deaf || ::send(socket.get(), record.data(), record.size(), MSG_NOSIGNAL) != -1) {
-        return true;
+    const int sent = batch.send(socket.get(), count);
+    if (sent > 0) {
+        counters.delivered += static_cast<std::uint64_t>(sent);
+        position = ends[sent - 1];
+        return;
     }
-    deaf = errno != EAGAIN && errno != EINTR && errno != ENOBUFS && errno != ENOMEM;
-    return deaf;
+    switch (errno) {
+    case EAGAIN:
+    case EINTR:
+        blocked = true;
+        return;
+    case ENOBUFS:
+    case ENOMEM: // poll() would report the socket as writable at once
+        ++counters.overflowDrops;
+        position = ends[0];
+        return;
+    default:
+        deaf = true;
+    }
+}
+
+void BusNode::leaveOldest(const FrameRing& ring, BusCounters& counters)
+{
+    if (position == ring.begin()) {
+        counters.overflowDrops += ring.at(position).sender == number || deaf ? 0U : 1U;
+        ++position;
+    }
 }

@@ -1,51 +1,56 @@
 #pragma once
 
 #include "velk/Descriptor.h"
-#include "velk/TraceMessageBuffer.h"
 
-#include "bus/Frame.h"
+#include "bus/BusCounters.h"
+#include "bus/FrameRing.h"
+#include "bus/PacketBatch.h"
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
-#include <optional>
-#include <vector>
 
-/// A connection to the bus: one packet for each record, and a queue for a client that does not read. One
-/// thread at a time may use it.
+/// A connection to the bus. Each packet is the record of one frame; nothing is kept from one packet to the
+/// next. One thread at a time may use it.
 class BusNode {
 public:
-    /// @param connection a non-blocking SOCK_SEQPACKET socket.
-    BusNode(Descriptor connection, std::uint64_t nodeNumber);
+    /// @param connection a non-blocking SOCK_SEQPACKET socket. @param firstPosition the first frame that the
+    /// node receives.
+    BusNode(Descriptor connection, std::uint64_t nodeNumber, std::uint64_t firstPosition);
 
     const std::uint64_t number; ///< Unique among all nodes that the bus has ever had.
     /// @return the socket; the node owns it.
     int descriptor() const { return socket.get(); }
-    /// @return the events that poll() has to wait for.
-    short events() const;
-    /// Call this when there may be more to read.
-    void wake() { exhausted = false; }
-    /// @return the client's next frame, in the order of sending; none if none waits. Records that are not
-    /// classic frames are counted in `unreadable`.
-    std::optional<CANFrame> nextFrame(std::uint64_t& unreadable);
 
-    /// Sends the record of a frame, or queues it.
-    /// @return false if `queueLength` records wait already; then the record is dropped.
-    bool deliver(const std::vector<unsigned char>& record, std::size_t queueLength);
-    /// Sends as much of the queue as the socket takes.
-    void flush();
-    /// @return whether the client has gone and all its frames have been returned.
-    bool gone() const { return dead; }
+    /// Call this with the events of epoll(7).
+    void note(std::uint32_t events);
+    /// @return the events to wait for.
+    std::uint32_t interest() const;
+    std::uint32_t watched = 0;                          ///< The events that are waited for.
+    std::chrono::steady_clock::time_point restsUntil{}; ///< Nothing is received before.
+
+    /// @return whether a packet may wait.
+    bool isReadable() const { return readable; }
+    /// Receives the client's next packets. If there are `most`, the node stays
+    /// readable. @return how many there are.
+    std::size_t receive(PacketBatch& batch, std::size_t most);
+
+    /// Sends the frames from the node's position on, as many as the socket takes.
+    void deliver(const FrameRing& ring, PacketBatch& batch, BusCounters& counters);
+    /// Gives up the oldest frame of a full ring if the node has not received it.
+    void leaveOldest(const FrameRing& ring, BusCounters& counters);
+    /// @return whether the client has gone and all its frames have been received.
+    bool isGone() const { return gone; }
 
 private:
-    void read();
-    bool send(const std::vector<unsigned char>& record);
+    void send(PacketBatch& batch, std::size_t count, const std::uint64_t* ends,
+              BusCounters& counters);
 
     const Descriptor socket;
-    TraceMessageBuffer source;
-    bool exhausted = true;
-    bool dead = false;
-    /// The client has gone or no longer reads. Frames that it has sent are still carried.
+    std::uint64_t position; ///< The next frame for the client.
+    bool readable = false;
+    bool blocked = false; ///< The socket has no room.
+    bool gone = false;
+    /// The client no longer reads. Frames that it has sent are still carried.
     bool deaf = false;
-    std::deque<std::vector<unsigned char>> queue;
 };

@@ -2,6 +2,8 @@
 
 #include "velk/CANTransportFrame.h"
 
+#include <algorithm>
+
 using namespace CANTransportFrame;
 
 namespace {
@@ -25,6 +27,11 @@ FaultInjector::Verdict FaultInjector::judge(const CANFrame& frame)
     return verdict;
 }
 
+FaultInjector::Progress& FaultInjector::progressOf(std::uint32_t canID)
+{
+    return progressOfIds[std::min<std::size_t>(canID, standardIds)];
+}
+
 bool FaultInjector::happens(double probability)
 {
     return std::uniform_real_distribution<double>(0, 1)(random) < probability;
@@ -39,7 +46,7 @@ unsigned int FaultInjector::pick(unsigned int lowest, unsigned int highest)
 /// the first number that it has missed.
 void FaultInjector::follow(const CANFrame& frame, bool dropped)
 {
-    Progress& progress = progressOfId[frame.canID];
+    Progress& progress = progressOf(frame.canID);
     switch (kindOf(frame.data)) {
     case CTP_FIRST_FRAME:
         progress.sent = sequenceNumbers - 1;
@@ -63,7 +70,7 @@ CANFrame FaultInjector::makeStray(std::uint32_t canID)
     for (std::uint8_t& byte : stray.data) {
         byte = static_cast<std::uint8_t>(pick(0, 255));
     }
-    stray.data[0] = strayFirstByte(progressOfId[canID]);
+    stray.data[0] = strayFirstByte(progressOf(canID));
     return stray;
 }
 

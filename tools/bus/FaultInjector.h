@@ -2,10 +2,11 @@
 
 #include "bus/Frame.h"
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <random>
-#include <unordered_map>
 
 /// Probabilities for each frame, from 0 to 1, independent of each other.
 struct FaultRates {
@@ -44,6 +45,7 @@ private:
         unsigned int due = 0; ///< The next one that a receiver accepts, if it is receiving.
     };
 
+    Progress& progressOf(std::uint32_t canID);
     bool happens(double probability);
     unsigned int pick(unsigned int lowest, unsigned int highest);
     void follow(const CANFrame& frame, bool dropped);
@@ -54,5 +56,7 @@ private:
 
     const FaultRates rates;
     std::mt19937_64 random;
-    std::unordered_map<std::uint32_t, Progress> progressOfId;
+    static constexpr std::size_t standardIds = 0x800;
+    /// Ids of 29 bits share the last entry: no endpoint has one, and a node could use any number of them.
+    std::array<Progress, standardIds + 1> progressOfIds{};
 };

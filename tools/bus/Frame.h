@@ -3,14 +3,24 @@
 #include "velk/CANTransportThread.h"
 #include "velk/TraceRecord.h"
 
+#include "common/FrameRecord.h"
+
+#include <algorithm>
+#include <cstddef>
 #include <optional>
-#include <vector>
 
 /// A frame on the bus.
 using CANFrame = CANTransportThread::TPCANMsg;
 
-/// @return the frame in the record; none if the record holds no frame, or a frame of more than 8 bytes.
-std::optional<CANFrame> frameOf(const TraceRecord::View& record);
-
-/// Replaces the content of `record` with the record of the frame.
-void serialise(const CANFrame& frame, std::vector<unsigned char>& record);
+/// @return the frame in a packet; none if the packet is not exactly one record of a frame of up to 8 bytes.
+inline std::optional<CANFrame> frameIn(const unsigned char* packet, std::size_t size)
+{
+    const auto record = TraceRecord::recordIn(packet, size);
+    const auto body = record ? FrameRecord::classicFrameIn(*record) : std::nullopt;
+    if (!body) {
+        return std::nullopt;
+    }
+    CANFrame frame{body->canID, body->length, {}};
+    std::copy_n(body->data, body->length, frame.data);
+    return frame;
+}

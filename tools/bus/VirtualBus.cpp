@@ -1,6 +1,5 @@
 #include "bus/VirtualBus.h"
 
-#include "velk/Millisleep.h"
 #include "velk/VelkException.h"
 
 #include <algorithm>
@@ -8,61 +7,45 @@
 #include <cstring>
 #include <utility>
 
+#include <sys/epoll.h>
 #include <sys/eventfd.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 
 namespace {
 
 /// The longest delay that a paced bus catches up.
 constexpr std::chrono::milliseconds greatestLag{10};
 
-/// Frames that are carried before the bus checks nodes, new connections and stop().
-constexpr int mostAtOnce = 256;
+/// What the turn of a node may cost: each of its frames is sent to all others.
+constexpr std::size_t deliveriesInATurn = 128;
+constexpr std::size_t mostFramesInATurn = 16;
+static_assert(mostFramesInATurn <= PacketBatch::size);
 
-enum WaitIndex : std::size_t { quitIndex, listenerIndex, firstNodeIndex };
-
-[[noreturn]] void fail(const std::string& what, int error)
+Descriptor event()
 {
-    throwVelkException(what, ": ", std::strerror(error));
-}
-
-timespec untilThen(Pace::Clock::time_point then)
-{
-    using std::chrono::duration_cast;
-    const auto left = std::max(then - Pace::Clock::now(), Pace::Clock::duration::zero());
-    const auto seconds = duration_cast<std::chrono::seconds>(left);
-    const auto rest = duration_cast<std::chrono::nanoseconds>(left - seconds);
-    return {static_cast<time_t>(seconds.count()), static_cast<long>(rest.count())};
-}
-
-/// @return whether the file is the socket of a bus that has died.
-bool isStale(const sockaddr_un& address)
-{
-    struct stat file {};
-    if (lstat(address.sun_path, &file) == -1 || !S_ISSOCK(file.st_mode)) {
-        return false;
-    }
-    const Descriptor probe(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    return connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) ==
-               -1 &&
-           errno == ECONNREFUSED;
+    return aboveStandardStreams(Descriptor(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)));
 }
 
 } // namespace
 
 VirtualBus::VirtualBus(std::string socketPath, Options busOptions)
-    : path(std::move(socketPath)),
-      options(std::move(busOptions)),
-      quit(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
-      listener(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)),
+    : options(std::move(busOptions)),
+      quit(event()),
+      refused(event()),
+      poller(aboveStandardStreams(Descriptor(epoll_create1(EPOLL_CLOEXEC)))),
+      ring(options.queueLength + PacketBatch::size),
       injector(options.faults)
 {
-    if (quit.get() == -1 || listener.get() == -1) {
-        fail("no descriptor for a bus", errno);
+    if (quit.get() == -1 || refused.get() == -1 || poller.get() == -1) {
+        throwVelkException("no descriptor for a bus: ", std::strerror(errno));
     }
-    listen();
+    nodes.reserve(options.nodes);
+    listener.emplace(std::move(socketPath), options.mode);
+    std::uint32_t watched = 0;
+    watch(quit.get(), watched, EPOLLIN, &stopped);
+    watch(listener->descriptor(), listening, EPOLLIN, &listener);
+    if (watched == 0 || listening == 0) {
+        throwVelkException("no memory for a bus");
+    }
     thread = std::thread(&VirtualBus::run, this);
 }
 
@@ -73,30 +56,7 @@ void VirtualBus::stop()
     if (thread.joinable()) {
         eventfd_write(quit.get(), 1);
         thread.join();
-        unlink(path.c_str());
-    }
-}
-
-/// Calls listen() after chmod(): no client can connect before the socket has its mode.
-void VirtualBus::listen()
-{
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path) {
-        fail(path, ENAMETOOLONG);
-    }
-    path.copy(address.sun_path, path.size());
-    const auto* const generic = reinterpret_cast<const sockaddr*>(&address);
-    if (isStale(address)) {
-        unlink(path.c_str());
-    }
-    if (bind(listener.get(), generic, sizeof address) == -1) {
-        fail(path, errno);
-    }
-    if (chmod(path.c_str(), options.mode) == -1 || ::listen(listener.get(), SOMAXCONN) == -1) {
-        const int error = errno;
-        unlink(path.c_str());
-        fail(path, error);
+        listener.reset();
     }
 }
 
@@ -106,40 +66,63 @@ VirtualBus::Counters VirtualBus::counters() const
     return published;
 }
 
+std::size_t VirtualBus::framesInATurn(std::size_t nodes)
+{
+    return std::clamp<std::size_t>(deliveriesInATurn / std::max<std::size_t>(nodes, 1), 1,
+                                   mostFramesInATurn);
+}
+
 void VirtualBus::run()
 {
-    do {
-        const Left left = carryFrames();
+    while (!stopped) {
+        now = Clock::now();
+        if (options.bitrate == 0) {
+            carryRound();
+        } else {
+            carryAtPace();
+        }
+        deliver();
         forgetTheDead();
         publish();
-        waitForEvents(left);
-    } while (waits[quitIndex].revents == 0);
+        waitForEvents();
+    }
     publish();
     nodes.clear();
 }
 
-/// Carries waiting frames; on a paced bus only those that are due.
-VirtualBus::Left VirtualBus::carryFrames()
+/// Gives each node that waits to send one turn.
+void VirtualBus::carryRound()
 {
-    if (options.bitrate != 0) {
-        carryAtPace();
-        return Left::none;
-    }
-    for (int count = 0; count < mostAtOnce; ++count) {
-        const auto transmission = nextTransmission();
-        if (!transmission) {
-            return Left::none;
+    const std::size_t most = framesInATurn(nodes.size());
+    for (const auto& node : nodes) {
+        if (node->isReadable() && node->restsUntil <= now) {
+            takeTurn(*node, most);
         }
-        carry(*transmission);
     }
-    return Left::some;
+}
+
+void VirtualBus::takeTurn(BusNode& node, std::size_t most)
+{
+    const std::size_t count = node.receive(incoming, most);
+    for (std::size_t i = 0; i < count; ++i) {
+        if (const auto frame = incoming.frame(i)) {
+            plan(*frame, node.number);
+            while (planned.taken < planned.count) {
+                carry(planned.parts[planned.taken++]);
+            }
+        } else {
+            ++totals.unusable;
+        }
+    }
+    if (count > 0 && rest.sharesTheBus(node.number, now) && node.isReadable()) {
+        node.restsUntil = now + Rest::duration;
+    }
 }
 
 /// A frame starts when the previous one ended, not when this thread woke up. Otherwise each frame would lose
 /// the time of a wakeup.
 void VirtualBus::carryAtPace()
 {
-    const auto now = Pace::Clock::now();
     auto start = now;
     for (;;) {
         if (onWire) {
@@ -159,42 +142,46 @@ void VirtualBus::carryAtPace()
 
 std::optional<VirtualBus::Transmission> VirtualBus::nextTransmission()
 {
-    if (planned.empty()) {
-        const auto next = nextFrame();
-        if (!next || !options.faults.any()) {
-            return next;
-        }
-        planFaults(*next);
+    if (planned.taken == planned.count && !planNextFrame()) {
+        return std::nullopt;
     }
-    const Transmission next = planned.front();
-    planned.pop_front();
-    return next;
+    return planned.parts[planned.taken++];
 }
 
-std::optional<VirtualBus::Transmission> VirtualBus::nextFrame()
+/// @return false if no node has a frame now. A packet that is no frame takes the node's turn as well.
+bool VirtualBus::planNextFrame()
 {
     for (std::size_t i = 0; i < nodes.size(); ++i) {
         const std::size_t sender = (turn + i) % nodes.size();
-        if (const auto frame = nodes[sender]->nextFrame(totals.unreadable)) {
-            turn = sender + 1;
-            return Transmission{*frame, nodes[sender]->number, Fate::carried};
+        BusNode& node = *nodes[sender];
+        if (!node.isReadable() || node.receive(incoming, 1) == 0) {
+            continue;
         }
+        if (const auto frame = incoming.frame(0)) {
+            plan(*frame, node.number);
+            turn = sender + 1;
+            return true;
+        }
+        ++totals.unusable;
     }
-    return std::nullopt;
+    return false;
 }
 
-void VirtualBus::planFaults(const Transmission& original)
+void VirtualBus::plan(const CANFrame& frame, std::uint64_t sender)
 {
-    const FaultInjector::Verdict verdict = injector.judge(original.frame);
-    planned.push_back(original);
+    planned = {{{frame, sender, Fate::carried}}, 1, 0};
+    if (!options.faults.any()) {
+        return;
+    }
+    const FaultInjector::Verdict verdict = injector.judge(frame);
     if (verdict.dropped) {
-        planned.back().fate = Fate::dropped;
+        planned.parts[0].fate = Fate::dropped;
     }
     if (verdict.duplicated) {
-        planned.push_back({original.frame, original.sender, Fate::duplicate});
+        planned.parts[planned.count++] = {frame, sender, Fate::duplicate};
     }
     if (verdict.stray) {
-        planned.push_back({*verdict.stray, original.sender, Fate::stray});
+        planned.parts[planned.count++] = {*verdict.stray, sender, Fate::stray};
     }
 }
 
@@ -202,12 +189,14 @@ void VirtualBus::carry(const Transmission& transmission)
 {
     count(transmission.fate);
     if (transmission.fate != Fate::dropped) {
-        serialise(transmission.frame, scratch);
-        for (const auto& node : nodes) {
-            if (node->number != transmission.sender) {
-                const bool taken = node->deliver(scratch, options.queueLength);
-                ++(taken ? totals.delivered : totals.overflowDrops);
+        if (ring.isFull()) {
+            for (const auto& node : nodes) {
+                node->leaveOldest(ring, totals);
             }
+        }
+        ring.add(transmission.frame, transmission.sender);
+        if (ring.end() - delivered == PacketBatch::size) {
+            deliver();
         }
     }
     if (options.observer) {
@@ -233,54 +222,28 @@ void VirtualBus::count(Fate fate)
     }
 }
 
+void VirtualBus::deliver()
+{
+    for (const auto& node : nodes) {
+        node->deliver(ring, outgoing, totals);
+    }
+    delivered = ring.end();
+}
+
 /// If the frame of a dead node is on the wire, it still reaches the others.
 void VirtualBus::forgetTheDead()
 {
     nodes.erase(
-        std::remove_if(nodes.begin(), nodes.end(), [](const auto& node) { return node->gone(); }),
+        std::remove_if(nodes.begin(), nodes.end(), [](const auto& node) { return node->isGone(); }),
         nodes.end());
+    totals.present = nodes.size();
 }
 
 void VirtualBus::publish()
 {
     const std::lock_guard<std::mutex> lock(mutex);
+    if (totals.refusals() != published.refusals()) {
+        eventfd_write(refused.get(), 1);
+    }
     published = totals;
-}
-
-void VirtualBus::waitForEvents(Left left)
-{
-    waits.assign({{quit.get(), POLLIN, 0}, {listener.get(), POLLIN, 0}});
-    for (const auto& node : nodes) {
-        const short events = node->events(); // without events, a hangup does not matter either
-        waits.push_back({events == 0 ? -1 : node->descriptor(), events, 0});
-    }
-    if (onWire) {
-        const timespec timeout = untilThen(freeAt);
-        ppoll(waits.data(), waits.size(), &timeout, nullptr);
-    } else {
-        poll(waits.data(), waits.size(), left == Left::some ? 0 : -1);
-    }
-    for (std::size_t i = 0; i < nodes.size(); ++i) {
-        const short events = waits[firstNodeIndex + i].revents;
-        if ((events & POLLOUT) != 0) {
-            nodes[i]->flush();
-        }
-        if ((events & ~POLLOUT) != 0) {
-            nodes[i]->wake();
-        }
-    }
-    if (waits[listenerIndex].revents != 0) {
-        accept();
-    }
-}
-
-/// Without a free descriptor the connection waits; the pause keeps the loop from spinning.
-void VirtualBus::accept()
-{
-    Descriptor connection(accept4(listener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-    if (connection.get() == -1) {
-        millisleep(1);
-        return;
-    }
-    nodes.push_back(std::make_unique<BusNode>(std::move(connection), totals.nodes++));
 }

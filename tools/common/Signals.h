@@ -4,11 +4,12 @@
 
 #include <initializer_list>
 
-/// Receives signals through a descriptor. From its construction on, they interrupt nothing. Create it before
-/// any thread, so that all threads inherit the blocked signals.
+/// Receives signals through a descriptor, instead of in a handler that could interrupt anything. Create it
+/// before any thread, so that all threads inherit the blocked signals.
 class Signals {
 public:
-    /// Receives SIGHUP, SIGINT and SIGTERM, and `others`. @throws std::system_error
+    /// Takes the signals that end a program (SIGINT, SIGTERM, SIGHUP) and `others`. If the parent process
+    /// ignores SIGHUP, as nohup does, it stays ignored.
     explicit Signals(std::initializer_list<int> others = {});
 
     /// @return the descriptor, which is readable while a signal waits.

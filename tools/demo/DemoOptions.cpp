@@ -1,16 +1,12 @@
 #include "demo/DemoOptions.h"
 
+#include "bus/FaultOptions.h"
 #include "common/Options.h"
 
 namespace {
 
 constexpr std::size_t maxPairs = 64;
 constexpr unsigned long maxBitrate = 1000000000;
-
-void addRate(CLI::App& app, const std::string& name, double& target, const std::string& help)
-{
-    Tool::addNumber<double>(app, name + " RATE", target, 0, 1, help, "a probability from 0 to 1");
-}
 
 void addSize(CLI::App& app, DemoOptions& options)
 {
@@ -43,13 +39,7 @@ void declare(CLI::App& app, DemoOptions& options)
     addSize(app, options);
     Tool::addNumber<std::size_t>(app, "--endpoints N", options.pairs, 1, maxPairs,
                                  "Pairs of endpoints on the bus (default: 1)");
-    addRate(app, "--drop", options.faults.drop, "Share of frames that are lost, 0 to 1");
-    addRate(app, "--duplicate", options.faults.duplicate,
-            "Share of frames that arrive twice, 0 to 1");
-    addRate(app, "--stray", options.faults.stray,
-            "Share of frames that are followed by a stray frame, 0 to 1");
-    Tool::addNumber<std::uint64_t>(app, "--seed N", options.faults.seed, 0, UINT64_MAX,
-                                   "Seed of the faults and the mixed sizes (default: 1)");
+    Tool::addFaults(app, options.faults, "Seed of the faults and the mixed sizes (default: 1)");
     Tool::addNumber<unsigned long>(app, "--bitrate N", options.bitrate, 0, maxBitrate,
                                    "Bits per second; a frame of 8 data bytes counts as 125 bits\n"
                                    "(default: 0, as fast as possible)");

@@ -52,7 +52,7 @@ Exchange::Exchange(const DemoOptions& demoOptions, const std::vector<unsigned ch
       file(fileBytes),
       bus((folder.path / "bus").string(),
           {0600, options.bitrate, VirtualBus::Options().queueLength, options.faults,
-           [this](const CANFrame& frame, Fate fate) { observe(frame, fate); }})
+           [this](const CANFrame& frame, Fate fate) { observe(frame, fate); }, 2 * options.pairs})
 {
     for (std::size_t side = 0; side < 2 * options.pairs; ++side) {
         clients.push_back(makeClient(side));

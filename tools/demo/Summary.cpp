@@ -91,7 +91,7 @@ std::vector<std::string> summary(const Input& input, const ExchangeResult& resul
         "repeats      " + counted(sent.repeats, "messages arrived once more"),
         "bus          " + counted(bus.carried, "frames carried, ") +
             counted(bus.delivered, "delivered, ") + counted(bus.overflowDrops, "overflowed, ") +
-            counted(bus.unreadable, "unreadable"),
+            counted(bus.unusable, "unusable"),
         "faults       " + counted(bus.faultDrops, "dropped, ") +
             counted(bus.duplicates, "duplicated, ") + counted(bus.strays, "stray"),
     };

@@ -29,7 +29,7 @@ constexpr std::chrono::microseconds longestPause{2000};
 /// appears later, and on a bus where no node acknowledges frames the program would never end.
 constexpr std::chrono::seconds patience{2};
 
-constexpr int mostAtOnce = 100; ///< Frames that are sent before any is received.
+constexpr std::size_t mostAtOnce = 100; ///< Frames that are sent before any is received.
 
 /// @return the frame in the record; none if it holds no classic data frame.
 std::optional<can_frame> frameIn(const TraceRecord::View& record)
@@ -100,40 +100,76 @@ void Proxy::run()
 
 Proxy::Next Proxy::sendFrames()
 {
-    for (int count = 0; count < mostAtOnce; ++count) {
-        const auto frame = unsent ? unsent : nextFrame();
+    if (gate) {
+        return sendThroughGate();
+    }
+    takeInput();
+    if (unsent.empty()) {
+        return {};
+    }
+    std::size_t sent = 0;
+    const auto result = bus.send(unsent.data() + sentOfThem, unsent.size() - sentOfThem, sent);
+    sentOfThem += sent;
+    noteProgress(sent);
+    if (!isTaken(result)) {
+        return {pauseAfterFullQueue(), false};
+    }
+    unsent.clear();
+    sentOfThem = 0;
+    return {Pause::zero(), true};
+}
+
+/// Takes frames from stdin when all those before are sent.
+void Proxy::takeInput()
+{
+    while (sentOfThem == 0 && unsent.size() < mostAtOnce) {
+        const auto frame = nextFromInput();
         if (!frame) {
-            const auto now = Clock::now();
-            const auto wakeAt = gate ? gate->wakeAt(now) : Clock::time_point::max();
-            if (wakeAt == Clock::time_point::max()) {
-                return {};
-            }
-            return {std::chrono::ceil<Pause>(wakeAt - now), !gate->full()};
+            return;
         }
-        if (!send(*frame)) {
-            unsent = gate ? std::nullopt : frame; // the gate keeps its frames
+        unsent.push_back(*frame);
+    }
+}
+
+Proxy::Next Proxy::sendThroughGate()
+{
+    for (std::size_t count = 0; count < mostAtOnce; ++count) {
+        const auto frame = nextThroughGate(Clock::now());
+        if (!frame) {
+            return waitForGate(Clock::now());
+        }
+        if (!isTaken(bus.send(*frame))) {
             return {pauseAfterFullQueue(), false};
         }
-        unsent.reset();
-        if (gate) {
-            gate->left(Clock::now());
-        }
-        ++framesSent;
+        gate->left(Clock::now());
+        noteProgress(1);
     }
     return {Pause::zero(), true};
 }
 
-/// @return false if the interface has no room now.
-bool Proxy::send(const can_frame& frame)
+Proxy::Next Proxy::waitForGate(Clock::time_point now) const
 {
-    const CANSocket::Result result = bus.send(frame);
-    if (result == CANSocket::Result::queueFull || result == CANSocket::Result::wouldBlock) {
-        return false;
+    const auto wakeAt = gate->wakeAt(now);
+    if (wakeAt == Clock::time_point::max()) {
+        return {};
     }
+    return {std::chrono::ceil<Pause>(wakeAt - now), !gate->full()};
+}
+
+/// @return false if the interface has no room now.
+bool Proxy::isTaken(CANSocket::Result result)
+{
     throwIfLost(bus, result, "cannot send");
-    pause = shortestPause;
-    refusedSince.reset();
-    return true;
+    return result == CANSocket::Result::done;
+}
+
+void Proxy::noteProgress(std::size_t sent)
+{
+    framesSent += sent;
+    if (sent > 0) {
+        pause = shortestPause;
+        refusedSince.reset();
+    }
 }
 
 Proxy::Pause Proxy::pauseAfterFullQueue()
@@ -151,11 +187,6 @@ void Proxy::checkPatience()
         throw Tool::Failure(proxyExitOutput, "the client has gone, and " + bus.name() +
                                                  " takes none of its last frames");
     }
-}
-
-std::optional<can_frame> Proxy::nextFrame()
-{
-    return gate ? nextThroughGate(Clock::now()) : nextFromInput();
 }
 
 std::optional<can_frame> Proxy::nextThroughGate(Clock::time_point now)
@@ -278,6 +309,9 @@ void Proxy::receiveFrames()
     received.clear();
     const CANSocket::Result result = bus.receive(received, RecordOutput::mostFrames);
     for (const can_frame& frame : received) {
+        if ((frame.can_id & CAN_RTR_FLAG) != 0) { // an inverse filter passes them
+            continue;
+        }
         if (passesGate(frame)) {
             output.add(frame);
         }

@@ -4,8 +4,8 @@
 #include "velk/CANTransportGate.h"
 #include "velk/TraceMessageBuffer.h"
 
+#include "common/Signals.h"
 #include "proxy/RecordOutput.h"
-#include "proxy/Signals.h"
 
 #include <chrono>
 #include <cstdint>
@@ -22,7 +22,7 @@ class Proxy {
 public:
     Proxy(CANSocket& socket, const Signals& signalSource, bool withGate);
 
-    /// Runs until stdin has ended and all frames are sent, or until SIGINT or SIGTERM. When the client has
+    /// Runs until stdin has ended and all frames are sent, or until SIGINT, SIGTERM or SIGHUP. When the client has
     /// closed both ends, the proxy tries to send its last frames for a limited time only.
     /// @throws Tool::Failure
     void run();
@@ -40,10 +40,13 @@ private:
     };
 
     Next sendFrames();
-    bool send(const can_frame& frame);
+    Next sendThroughGate();
+    Next waitForGate(Clock::time_point now) const;
+    void takeInput();
+    bool isTaken(CANSocket::Result result);
+    void noteProgress(std::size_t sent);
     Pause pauseAfterFullQueue();
     void checkPatience();
-    std::optional<can_frame> nextFrame();
     std::optional<can_frame> nextThroughGate(Clock::time_point now);
     std::optional<can_frame> nextFromInput();
     bool passesGate(const can_frame& frame);
@@ -59,7 +62,8 @@ private:
     TraceMessageBuffer input{STDIN_FILENO, nullptr};
     RecordOutput output{STDOUT_FILENO};
     std::optional<CANTransportGate> gate;
-    std::optional<can_frame> unsent; ///< Refused by the full queue; sent before all others.
+    std::vector<can_frame> unsent; ///< Taken from stdin; empty with a gate, which keeps its frames.
+    std::size_t sentOfThem = 0;    ///< How many of `unsent` were sent.
     std::vector<can_frame> received; ///< A member to reuse its memory.
     Pause pause;
     std::optional<Clock::time_point> refusedSince; ///< When the queue first refused the next frame.

@@ -11,15 +11,16 @@ namespace {
 
 std::optional<can_filter> parseFilter(std::string_view text)
 {
-    const std::size_t colon = std::min(text.find(':'), text.size());
-    const auto id = parseCANId(text.substr(0, colon));
+    const std::size_t sign = std::min(text.find_first_of(":~"), text.size());
+    const auto id = parseCANId(text.substr(0, sign));
     const canid_t highest = id.value_or(0) > CAN_SFF_MASK ? CAN_EFF_MASK : CAN_SFF_MASK;
-    const auto mask = colon == text.size() ? highest : parseHex(text.substr(colon + 1));
+    const auto mask = sign == text.size() ? highest : parseHex(text.substr(sign + 1));
     if (!id || !mask || *mask > highest) {
         return std::nullopt;
     }
+    const canid_t inverse = sign != text.size() && text[sign] == '~' ? CAN_INV_FILTER : 0;
     // With both flags in the mask, an 11-bit id matches neither a 29-bit id nor a remote frame.
-    return can_filter{*id, *mask | CAN_EFF_FLAG | CAN_RTR_FLAG};
+    return can_filter{*id | inverse, *mask | CAN_EFF_FLAG | CAN_RTR_FLAG};
 }
 
 void addAccept(CLI::App& app, ProxyOptions& options)
@@ -30,9 +31,9 @@ void addAccept(CLI::App& app, ProxyOptions& options)
             if (!filter) {
                 throw CLI::ValidationError(
                     "--accept",
-                    Tool::complaint(text,
-                                    "a hexadecimal id up to 7FF, or one of 8 digits up to "
-                                    "1FFFFFFF, optionally with ':' and a mask of the same kind"));
+                    Tool::complaint(
+                        text, "a hexadecimal id up to 7FF, or one of 8 digits up to "
+                              "1FFFFFFF, optionally with ':' or '~' and a mask of the same kind"));
             }
             options.accepted.push_back(*filter);
         }
@@ -40,9 +41,10 @@ void addAccept(CLI::App& app, ProxyOptions& options)
     app.add_option_function<std::vector<std::string>>(
            "--accept", store,
            "Pass only frames with this id. With a mask, only its bits of the\n"
-           "id count. Both are hexadecimal; an id of 8 digits has 29 bits.\n"
-           "Can be repeated (default: all ids)")
-        ->type_name("ID[:MASK]")
+           "id count; with ~ for :, all frames except these pass. Both are\n"
+           "hexadecimal; an id of 8 digits has 29 bits. Can be repeated: a\n"
+           "frame passes that one of them passes (default: all ids)")
+        ->type_name("ID[:MASK|~MASK]")
         ->allow_extra_args(false);
 }
 

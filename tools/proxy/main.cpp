@@ -1,12 +1,13 @@
 #include "velk/CANSocket.h"
 #include "velk/VelkException.h"
 
+#include "common/Signals.h"
 #include "common/Tool.h"
 #include "proxy/Proxy.h"
 #include "proxy/ProxyExit.h"
 #include "proxy/ProxyOptions.h"
-#include "proxy/Signals.h"
 
+#include <csignal>
 #include <optional>
 
 namespace {
@@ -17,9 +18,9 @@ constexpr Tool::Description description{
 serialised trace message. While the interface has no room, stdin is not read; no frame is
 lost, repeated or reordered.
 )",
-    "[--accept ID[:MASK]]... [--gate] [--quiet] IFACE",
+    "[--accept ID[:MASK|~MASK]]... [--gate] [--quiet] IFACE",
     R"(Only classic CAN data frames pass. The proxy prints its counters on stderr when it gets
-SIGUSR1 and when it ends.
+SIGUSR1 and when it ends. SIGINT, SIGTERM and SIGHUP end it.
 
 Exit status: 0 stdin has ended and all frames are sent, or a signal arrived; 1 any other
 failure; 2 wrong arguments; 3 no such interface, or no CAN in this kernel; 4 the interface
@@ -33,7 +34,7 @@ Example, a message to a device on the bus of another machine:
 
 int carry(const ProxyOptions& options)
 {
-    const Signals signals;
+    const Signals signals{SIGUSR1};
     std::optional<CANSocket> bus;
     try {
         const auto buffer =

@@ -59,6 +59,9 @@ public:
     int descriptor() const { return socket.get(); }
     const std::string& name() const { return interface; }
     Result send(const can_frame& frame);
+    /// Sends frames in their order, with few calls. @param sent becomes the number of frames that were sent.
+    /// @return done if all were sent, otherwise why the next one was not.
+    Result send(const can_frame* frames, std::size_t count, std::size_t& sent);
     /// Appends the waiting frames, at most `most` of them.
     /// @return done if `most` frames were read, otherwise why there were fewer.
     Result receive(std::vector<can_frame>& frames, std::size_t most);
