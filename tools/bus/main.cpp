@@ -32,8 +32,6 @@ others send, a node that floods the bus rests after each of its turns.
 Faults affect single frames. All stray frames are of a sort that a receiver can recognise
 as wrong.
 
-Exit status: 0 ended by a signal; 2 wrong arguments; 3 the socket cannot be created.
-
 Example, with one terminal for each command:
   velkcan-bus /tmp/bus
 

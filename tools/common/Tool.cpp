@@ -14,6 +14,17 @@
 
 namespace {
 
+/// In each man page, where it becomes a section.
+constexpr const char* exitStatus = R"(
+Exit status:
+  0  success; for velkcan-bus, velkcan-dump and velkcan-proxy also the end by a signal
+  1  failure: a message was given up or did not arrive, a log has no frame
+  2  wrong arguments or input
+  3  the bus cannot be reached or is lost
+  4  the output cannot be written, or is no longer read
+  128 + N  velkcan-send or velkcan-recv was ended by signal N
+)";
+
 /// Prints only the type after the name of an option, as in a man page.
 class Formatter : public CLI::Formatter {
 public:
@@ -84,7 +95,7 @@ int Tool::runProgram(int count, char** arguments, const Description& description
     std::signal(SIGPIPE, SIG_IGN);
     CLI::App app(description.what, description.name);
     app.formatter(std::make_shared<Formatter>(description.usage));
-    app.footer(description.example);
+    app.footer(std::string(description.example) + exitStatus);
     app.set_version_flag("--version", std::string(description.name) + " " + VELK_VERSION);
     try {
         try {

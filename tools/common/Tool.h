@@ -15,13 +15,14 @@ class App;
 /// Shared by all programs. Code that declares options also includes common/Options.h.
 namespace Tool {
 
-/// The same for all programs; a program ended by a signal exits with 128 and the signal's number.
+/// The same for all programs; `--help` has their text. A program that a signal ended may exit with 128 and the
+/// number of the signal.
 enum ExitCode : int {
     exitFine = 0,
-    exitFailed = 1, ///< A message was given up, or none arrived.
-    exitUsage = 2,  ///< Wrong arguments or input.
-    exitBus = 3,    ///< The bus cannot be reached or is lost.
-    exitOutput = 4, ///< The output cannot be written.
+    exitFailed = 1,
+    exitUsage = 2,
+    exitBus = 3,
+    exitOutput = 4,
 };
 
 /// Ends the program with one line on stderr.

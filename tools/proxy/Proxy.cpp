@@ -5,7 +5,6 @@
 #include "common/FrameRecord.h"
 #include "common/InputEnd.h"
 #include "common/Tool.h"
-#include "proxy/ProxyExit.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -59,9 +58,9 @@ void throwIfLost(const CANSocket& bus, CANSocket::Result result, const char* wha
     case CANSocket::Result::queueFull:
         return;
     case CANSocket::Result::down:
-        throw Tool::Failure(proxyExitBusLost, bus.name() + ": the interface is down or gone");
+        throw Tool::Failure(Tool::exitBus, bus.name() + ": the interface is down or gone");
     case CANSocket::Result::failed:
-        throw Tool::Failure(proxyExitFailed,
+        throw Tool::Failure(Tool::exitFailed,
                             bus.name() + ": " + what + " (" + std::strerror(bus.error()) + ")");
     }
 }
@@ -184,7 +183,7 @@ void Proxy::checkPatience()
     const auto now = Clock::now();
     refusedSince = refusedSince.value_or(now);
     if (outputClosed && now - *refusedSince > patience) {
-        throw Tool::Failure(proxyExitOutput, "the client has gone, and " + bus.name() +
+        throw Tool::Failure(Tool::exitOutput, "the client has gone, and " + bus.name() +
                                                  " takes none of its last frames");
     }
 }
@@ -238,7 +237,7 @@ std::optional<can_frame> Proxy::nextFromInput()
 void Proxy::reject(const std::string& reason)
 {
     if (++unusable == 1) {
-        std::cerr << proxyName << ": stdin: " << reason
+        std::cerr << "velkcan-proxy: stdin: " << reason
                   << ", expected serialised CAN frames; further ones are only counted" << std::endl;
     }
 }
@@ -297,7 +296,7 @@ void Proxy::handleOutput(bool broken)
         return;
     }
     if (!inputHasHungUp()) {
-        throw Tool::Failure(proxyExitOutput,
+        throw Tool::Failure(Tool::exitOutput,
                             std::string("stdout: ") + std::strerror(error) + ", expected a reader");
     }
     outputClosed = true;
@@ -322,7 +321,7 @@ void Proxy::receiveFrames()
 
 void Proxy::printCounters() const
 {
-    std::cerr << proxyName << ": " << bus.name() << ": " << framesSent << " frames sent, "
+    std::cerr << "velkcan-proxy: " << bus.name() << ": " << framesSent << " frames sent, "
               << framesReceived << " received, " << waits << " waits for the queue, "
               << bus.missed() << " dropped by the kernel, " << unusable << " records unusable";
     if (gate) {

@@ -4,7 +4,6 @@
 #include "common/Signals.h"
 #include "common/Tool.h"
 #include "proxy/Proxy.h"
-#include "proxy/ProxyExit.h"
 #include "proxy/ProxyOptions.h"
 
 #include <csignal>
@@ -13,7 +12,7 @@
 namespace {
 
 constexpr Tool::Description description{
-    proxyName,
+    "velkcan-proxy",
     R"(Carries CAN frames between an interface and stdin and stdout, where each frame is a
 serialised trace message. While the interface has no room, stdin is not read; no frame is
 lost, repeated or reordered.
@@ -22,15 +21,13 @@ lost, repeated or reordered.
     R"(Only classic CAN data frames pass. The proxy prints its counters on stderr when it gets
 SIGUSR1 and when it ends. SIGINT, SIGTERM and SIGHUP end it.
 
-Exit status: 0 stdin has ended and all frames are sent, or a signal arrived; 1 any other
-failure; 2 wrong arguments; 3 no such interface, or no CAN in this kernel; 4 the interface
-is down or gone; 5 stdout has no reader, or the client has gone and the interface does not
-take its last frames.
+A client that has gone by both ends, while the interface does not take its last frames, is
+an output that cannot be written.
 
 Example, a message to a device on the bus of another machine:
   velkcan-send -s 123 -d 321 -D 20 'exec:ssh gateway velkcan-proxy --accept 321 can0'
 )",
-    proxyExitFailed};
+    Tool::exitFailed};
 
 int carry(const ProxyOptions& options)
 {
@@ -41,10 +38,10 @@ int carry(const ProxyOptions& options)
             options.gate ? CANSocket::SendBuffer::small : CANSocket::SendBuffer::standard;
         bus.emplace(options.interface, options.accepted, buffer);
     } catch (const VelkException& error) {
-        throw Tool::Failure(proxyExitNoInterface, error.what());
+        throw Tool::Failure(Tool::exitBus, error.what());
     }
     Proxy proxy(*bus, signals, options.gate);
-    int exitCode = proxyExitFine;
+    int exitCode = Tool::exitFine;
     try {
         proxy.run();
     } catch (const Tool::Failure& failure) {
