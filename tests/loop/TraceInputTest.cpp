@@ -45,26 +45,37 @@ TEST(TraceInput, whatIsNoMessageHasItsLines)
     EXPECT_EQ(endpoint.sent(), Lines{"01 07 00 00 00 00 00 00"});
 }
 
-TEST(TraceInput, callsThatFailAreTold)
+TEST(TraceInput, reportsCallsThatFail)
 {
-    LogCapture log;
-    Endpoint endpoint(1);
-    endpoint.breakClient();
-    endpoint.frame({0x01, 5});
-    endpoint.mendClient();
-    EXPECT_EQ(endpoint.sent(), Lines{fc(2)});
-    endpoint.breakProxy(true);
-    endpoint.frame({0x01, 5});
-    log.out();
-    close(Access::input(endpoint)[0]);
-    Access::pass(endpoint);
-    endpoint.takeInput();
-    EXPECT_EQ(endpoint.sendQueueEmpty(), false) << "of a pipe that cannot be looked at";
-    const std::string tag = "[ERROR] CANTransportThread::";
-    const std::string bad = "errno 9: Bad file descriptor\n";
-    EXPECT_EQ(log.err(), tag + "addReceivedData() failed to write data to pipe: \n" + bad + tag +
-                             "sendCANMessage() failed to send data to the CAN proxy: \n"
-                             "errno 11: Resource temporarily unavailable\n" +
-                             tag + "threadCode() pselect() reported an error.\n" + bad + tag +
-                             "getNextTraceMessage() failed to read data: \n" + bad);
+    for (const bool hasSink : {false, true}) {
+        LogCapture log;
+        Endpoint endpoint(1);
+        std::string lines;
+        if (hasSink) {
+            endpoint.setLogSink([&](LogUtil::Level level, const std::string& line) {
+                lines += level == LogUtil::Level::error ? "[ERROR] " + line + '\n' : "";
+            });
+        }
+        endpoint.breakClient();
+        endpoint.frame({0x01, 5});
+        endpoint.mendClient();
+        EXPECT_EQ(endpoint.sent(), Lines{fc(2)});
+        endpoint.breakProxy(true);
+        endpoint.frame({0x01, 5});
+        log.out();
+        close(Access::input(endpoint)[0]);
+        Access::pass(endpoint);
+        endpoint.takeInput();
+        EXPECT_EQ(endpoint.sendQueueEmpty(), false) << "of a pipe that cannot be looked at";
+        const std::string tag = "[ERROR] CANTransportThread::";
+        const std::string end = hasSink ? "" : "\n";
+        const std::string bad = end + "errno 9: Bad file descriptor\n" + tag;
+        EXPECT_EQ(lines + log.err(),
+                  tag + "addReceivedData() failed to write data to pipe: " + bad +
+                      "sendCANMessage() failed to send data to the CAN proxy: " + end +
+                      "errno 11: Resource temporarily unavailable\n" + tag +
+                      "threadCode() pselect() reported an error." + (hasSink ? " " : "") + bad +
+                      "getNextTraceMessage() failed to read data: " +
+                      bad.substr(0, bad.size() - tag.size()));
+    }
 }

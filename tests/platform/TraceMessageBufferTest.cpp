@@ -118,6 +118,7 @@ TEST_F(TraceMessageBufferTest, dropsExactlyWhatIsNoRecord)
     const std::pair<Bytes, const char*> rows[] = {
         {Bytes{1} + frame + Bytes{2, 3} + other + Bytes{4}, "message message dropped 4"},
         {Bytes{0xA3} + frame, "message dropped 1"}, // half a marker
+        {Bytes{0xA3, 0xC4}, "dropped 2"},
         {tunnel + Bytes{1}, "message dropped 1"},
         {with(4, 15, unknown) + frame, "message dropped 20"},   // below the header
         {with(6, 0x11, unknown) + frame, "message dropped 20"}, // above 1 MiB
