@@ -86,5 +86,6 @@ LogUtil::Sink logToStderr();
 
 /// Writes to stdout. @throws Failure if that fails, OutputClosed if nobody reads it.
 void print(const void* bytes, std::size_t count);
+inline void printLine(const std::string& line) { print((line + '\n').data(), line.size() + 1); }
 
 } // namespace Tool

@@ -7,14 +7,6 @@
 #include <optional>
 #include <string>
 
-/// Exit codes of the demo.
-enum DemoExit : int {
-    demoExitWhole = 0,        ///< All bytes arrived and match the file.
-    demoExitFailed = 1,       ///< Bytes are missing or differ, or the demo could not continue.
-    demoExitUsage = 2,        ///< Wrong arguments, or a file that cannot be read.
-    demoExitInterrupted = 130 ///< Ended by a signal.
-};
-
 /// The options of the command line.
 struct DemoOptions {
     std::string file;                ///< Empty: the file next to the program.

@@ -11,6 +11,8 @@
 #include <sstream>
 #include <system_error>
 
+#include <poll.h>
+
 namespace {
 
 using Fate = VirtualBus::Fate;
@@ -45,10 +47,8 @@ Exchange::Folder::~Folder()
     std::filesystem::remove_all(path, ignored);
 }
 
-Exchange::Exchange(const DemoOptions& demoOptions, const std::vector<unsigned char>& fileBytes,
-                   Console& demoConsole)
+Exchange::Exchange(const DemoOptions& demoOptions, const std::vector<unsigned char>& fileBytes)
     : options(demoOptions),
-      console(demoConsole),
       file(fileBytes),
       bus((folder.path / "bus").string(),
           {0600, options.bitrate, VirtualBus::Options().queueLength, options.faults,
@@ -105,7 +105,7 @@ void Exchange::note(std::size_t side, CANTransportClient::Status status)
     }
 }
 
-ExchangeResult Exchange::run(Interruption& interruption)
+ExchangeResult Exchange::run(const Signals& signals)
 {
     const auto start = Clock::now();
     lastArrival = start;
@@ -116,27 +116,28 @@ ExchangeResult Exchange::run(Interruption& interruption)
             Direction::Setup{options.size, options.faults.seed + side, nameOf(peer)}));
     }
     ExchangeResult result;
-    bool interrupted = false;
     for (bool more = true; more;) {
-        interrupted = interruption.wait(lookIntervalMs);
+        pollfd arrival{signals.descriptor(), POLLIN, 0};
+        result.signal = poll(&arrival, 1, lookIntervalMs) == 1 ? signals.next() : 0;
         printNews();
         result.directions = sum();
         result.failure = result.directions.failure;
-        console.progress(result.directions.nibbles, file.size() * clients.size());
-        if (console.failed()) {
-            result.failure = "cannot write to standard output";
-        } else if (isStalled(result.directions.nibbles)) {
+        if (!options.ladder) {
+            bar.show(result.directions.nibbles, file.size() * clients.size());
+        }
+        if (isStalled(result.directions.nibbles)) {
             result.failure = "nothing has arrived for " + std::to_string(patience.count()) +
                              " seconds; shorter messages (--size) may help";
         }
-        more = !result.directions.done && result.failure.empty() && !interrupted;
+        more = !result.directions.done && result.failure.empty() && result.signal == 0;
     }
     result.time = Clock::now() - start;
     directions.clear();
     clients.clear();
     bus.stop();
     printNews();
-    judge(result, interrupted);
+    bar.erase();
+    judge(result);
     return result;
 }
 
@@ -147,8 +148,11 @@ void Exchange::printNews()
         const std::lock_guard<std::mutex> lock(mutex);
         lines.swap(news);
     }
+    if (!lines.empty()) {
+        bar.erase();
+    }
     for (const std::string& line : lines) {
-        console.line(line);
+        Tool::printLine(line);
     }
 }
 
@@ -181,7 +185,7 @@ Direction::Counters Exchange::sum() const
     return all;
 }
 
-void Exchange::judge(ExchangeResult& result, bool interrupted) const
+void Exchange::judge(ExchangeResult& result) const
 {
     result.starts = starts;
     result.bus = bus.counters();
@@ -195,6 +199,6 @@ void Exchange::judge(ExchangeResult& result, bool interrupted) const
         result.failure = std::to_string(result.directions.falseAcknowledgements) +
                          " messages were acknowledged but had not arrived, on a bus without faults";
     }
-    result.whole = result.failure.empty() && !interrupted &&
+    result.whole = result.failure.empty() && result.signal == 0 &&
                    result.directions.nibbles == file.size() * 2 * options.pairs;
 }

@@ -3,10 +3,10 @@
 #include "velk/CANTransportClient.h"
 
 #include "bus/VirtualBus.h"
-#include "demo/Console.h"
+#include "common/ProgressBar.h"
+#include "common/Signals.h"
 #include "demo/DemoOptions.h"
 #include "demo/Direction.h"
-#include "demo/Interruption.h"
 #include "demo/NibbleFile.h"
 
 #include <atomic>
@@ -24,6 +24,7 @@
 struct ExchangeResult {
     bool whole = false;
     std::string failure; ///< Why it is not whole; empty if it is whole or was interrupted.
+    int signal = 0;      ///< That interrupted it; 0 for none.
     std::chrono::duration<double> time{};
     Direction::Counters directions; ///< Sum of all directions.
     std::uint64_t starts = 0;       ///< First and single frames of the endpoints on the bus.
@@ -40,12 +41,11 @@ struct ExchangeResult {
 /// Transfers the file in all directions at once, with all pairs of clients on one bus.
 class Exchange {
 public:
-    Exchange(const DemoOptions& demoOptions, const std::vector<unsigned char>& fileBytes,
-             Console& demoConsole);
+    Exchange(const DemoOptions& demoOptions, const std::vector<unsigned char>& fileBytes);
 
     /// Runs until the file has arrived everywhere, something fails, or a signal arrives.
     /// @return what happened.
-    ExchangeResult run(Interruption& interruption);
+    ExchangeResult run(const Signals& signals);
 
 private:
     /// A temporary folder for the socket of the bus.
@@ -64,10 +64,10 @@ private:
     void printNews();
     bool isStalled(std::size_t nibbles);
     Direction::Counters sum() const;
-    void judge(ExchangeResult& result, bool interrupted) const;
+    void judge(ExchangeResult& result) const;
 
     const DemoOptions& options;
-    Console& console;
+    ProgressBar bar;
     const NibbleFile file;
     std::size_t lastNibbles = 0;
     std::chrono::steady_clock::time_point lastArrival{};

@@ -1,14 +1,12 @@
+#include "common/Signals.h"
 #include "common/Tool.h"
-#include "demo/Console.h"
 #include "demo/DemoOptions.h"
 #include "demo/Exchange.h"
 #include "demo/Input.h"
-#include "demo/Interruption.h"
 #include "demo/Summary.h"
 
 #include <algorithm>
 #include <exception>
-#include <iostream>
 #include <string>
 
 namespace {
@@ -24,53 +22,38 @@ as wrong. Frames of this bus have neither a checksum nor a message number, so no
 could recognise a stray data frame with the right sequence number, or a stray
 acknowledgement.
 
-Exit status: 0 all bytes arrived and match the file; 1 bytes are missing or differ, or the
-demo could not continue; 2 wrong arguments, or the file cannot be read; 130 interrupted.
-
 Examples:
   velkcan-demo --ladder --size 20 notes.txt
 
   velkcan-demo --endpoints 4 --bitrate 1000000 --drop 0.001 --seed 7 notes.txt
 )",
-    demoExitFailed};
+    Tool::exitFailed};
 
 Input inputOf(const DemoOptions& options)
 {
     try {
         return readInput(options.file);
     } catch (const std::exception& error) {
-        throw Tool::Failure(demoExitUsage, error.what());
+        throw Tool::Failure(Tool::exitUsage, error.what());
     }
-}
-
-int judge(const ExchangeResult& result, const Console& console)
-{
-    if (!result.failure.empty()) {
-        throw Tool::Failure(demoExitFailed, result.failure);
-    }
-    if (!result.whole) {
-        throw Tool::Failure(demoExitInterrupted, "interrupted");
-    }
-    if (console.failed()) {
-        throw Tool::Failure(demoExitFailed, "cannot write to standard output");
-    }
-    return demoExitWhole;
 }
 
 int transfer(const DemoOptions& options, const Input& input)
 {
-    const bool quiet = options.debugLevel == 0;
-    Interruption interruption; // before any thread starts
-    Console console(quiet, quiet && !options.ladder);
-    const ExchangeResult result = Exchange(options, input.bytes, console).run(interruption);
-    console.finish();
+    const Signals signals; // before any thread starts
+    const ExchangeResult result = Exchange(options, input.bytes).run(signals);
     for (const std::string& line : summary(input, result)) {
-        console.line(line);
+        Tool::printLine(line);
     }
-    console.line(result.whole ? "The file has arrived whole in all directions."
-                              : "The file has NOT arrived whole.");
-    console.finish();
-    return judge(result, console);
+    Tool::printLine(result.whole ? "The file has arrived whole in all directions."
+                                 : "The file has NOT arrived whole.");
+    if (!result.failure.empty()) {
+        throw Tool::Failure(Tool::exitFailed, result.failure);
+    }
+    if (!result.whole) {
+        throw Tool::Interrupted{result.signal};
+    }
+    return Tool::exitFine;
 }
 
 int demonstrate(const DemoOptions& given)
@@ -80,8 +63,8 @@ int demonstrate(const DemoOptions& given)
     options.debugLevel = std::min(options.debugLevel, highestLevel);
     const Input input = inputOf(options);
     if (input.bytes.empty()) {
-        std::cout << "'" << input.name << "' is empty: there is nothing to send." << std::endl;
-        return demoExitWhole;
+        Tool::printLine("'" + input.name + "' is empty: there is nothing to send.");
+        return Tool::exitFine;
     }
     const std::string warning = paceWarning(options, input.bytes.size());
     if (!warning.empty()) {
