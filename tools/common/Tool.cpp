@@ -25,7 +25,7 @@ Exit status:
   128 + N  velkcan-send or velkcan-recv was ended by signal N
 )";
 
-/// Prints only the type after the name of an option, as in a man page.
+/// Prints only the type after the name of an option, as in a man page, and no default value in the name.
 class Formatter : public CLI::Formatter {
 public:
     explicit Formatter(std::string usageLine) : usage(std::move(usageLine)) {}
@@ -33,6 +33,12 @@ public:
     std::string make_usage(const CLI::App* app, std::string) const override
     {
         return "Usage: " + app->get_name() + " " + usage + "\n";
+    }
+    std::string make_option_name(const CLI::Option* option, bool isPositional) const override
+    {
+        const std::string name = CLI::Formatter::make_option_name(option, isPositional);
+        const std::size_t defaultValue = name.find('{');
+        return defaultValue == std::string::npos ? name : name.substr(0, defaultValue) + "[=MS]";
     }
     std::string make_option_opts(const CLI::Option* option) const override
     {
