@@ -3,16 +3,18 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
+#include <string>
 
 namespace {
 
-/// @return the lines printed for a log that contain `part`.
+/// @return the lines printed for a log, and the remarks, that contain `part`.
 std::string dumpOf(const std::string& log, const std::string& part, const DumpOptions& options = {})
 {
     std::string printed;
-    Dump dump(options, [&](const std::string& line) {
+    const auto print = [&](const std::string& line) {
         printed += line.find(part) == std::string::npos ? "" : line + '\n';
-    });
+    };
+    Dump dump(options, print);
     std::istringstream lines(log);
     for (std::string line; std::getline(lines, line);) {
         if (const auto logged = parseCandumpLine(line)) {
@@ -20,6 +22,9 @@ std::string dumpOf(const std::string& log, const std::string& part, const DumpOp
         }
     }
     dump.finish();
+    for (const std::string& remark : dump.remarks()) {
+        print(remark);
+    }
     return printed;
 }
 
@@ -67,4 +72,42 @@ TEST(Dump, reportsTheOutcomeOfEachMessage)
                      {"", {}, false, true}),
               "001 -> 002             4             2             6             1"
               "      1000.000      1750.000      2500.000\n");
+}
+
+TEST(Dump, boundsWhatALogCanFill)
+{
+    const auto repeat = [](unsigned int count, const auto& line) {
+        std::string log;
+        for (unsigned int i = 1; i <= count; ++i) {
+            log += line(std::to_string(10000000 + i), std::to_string(i));
+        }
+        return log;
+    };
+    using Text = const std::string&;
+    const struct {
+        std::string log;
+        const char* part;
+        const char* expected;
+    } rows[] = {
+        {repeat(300, [](Text /*id*/, Text i) { return 'c' + i + " 1#0141\n"; }), "interfaces",
+         "too many interfaces; frames left out: 44\n"},
+        {repeat(40, [](Text id, Text /*i*/) { return "c " + id + "#0141\n"; }) + "c 1#33\nc 1#33\n",
+         "answers", "answers that fit too many ids, so that only the latest count: 1\n"},
+        {repeat(65537, [](Text /*id*/, Text /*i*/) { return "c 1#0141\n"; }), "without",
+         "too many frames without an answer; frames that are in no message: 65536\n"},
+        {repeat(
+             16385,
+             [](Text id, Text /*i*/) { return "c " + id + "#0141\nc 0" + id.substr(1) + "#33\n"; }),
+         "too many ids", "too many ids; frames that are in no message: 2\n"},
+    };
+    for (const auto& [log, part, expected] : rows) {
+        EXPECT_EQ(dumpOf(log, part), expected);
+    }
+    // The median of a sample; shortest and longest are exact.
+    const auto message = [](Text id, Text i) {
+        return '(' + i + ") c 1#0141\n(" + i + ".0" + id.substr(4) + ") c 2#33\n";
+    };
+    EXPECT_EQ(dumpOf(repeat(3001, message), "1 ->", {"", {}, false, true}),
+              "001 -> 002          3001          3001             0             0"
+              "         0.010        15.010        30.010\n");
 }

@@ -126,6 +126,5 @@ std::optional<LoggedFrame> parseCandumpLine(const std::string& line)
         return std::nullopt;
     }
     logged.frame.canID = *id;
-    logged.sender = canIdText(*id);
     return logged;
 }

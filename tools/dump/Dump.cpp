@@ -1,9 +1,9 @@
 #include "dump/Dump.h"
 
-#include "common/CANId.h"
 #include "common/Ladder.h"
 #include "dump/DumpLines.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace {
@@ -11,6 +11,7 @@ namespace {
 constexpr const char* unknownPeer = "???";
 /// Frames that were logged by several processors can be out of order by this much.
 constexpr std::chrono::milliseconds disorder{1};
+constexpr std::size_t mostDirections = 32768;
 
 } // namespace
 
@@ -27,58 +28,99 @@ bool Dump::follows(const LoggedFrame& logged) const
            logged.frame.canID == options.ids->second;
 }
 
-void Dump::take(LoggedFrame logged)
+void Dump::take(const LoggedFrame& logged)
 {
     if (!follows(logged)) {
         return;
     }
-    firstBus = taken++ == 0 ? logged.bus : firstBus;
-    const std::string prefix = logged.bus == firstBus ? "" : logged.bus + ':';
-    logged.sender = prefix + logged.sender;
-    checkTime(logged.time);
-    if (options.ids && directions.count(logged.sender) == 0) {
-        join(prefix + canIdText(options.ids->first), prefix + canIdText(options.ids->second));
-    }
-    if (directions.count(logged.sender) != 0) {
-        draw(logged);
-        track(logged);
+    const auto interface = names.numberOf(logged.bus);
+    if (!interface) {
+        ++ofFurtherInterfaces;
         return;
     }
-    const auto pairs = finders[logged.bus].take(logged);
+    ++taken;
+    checkTime(logged.time);
+    const SentFrame sent{senderOf(*interface, logged.frame.canID), taken, logged.frame,
+                         logged.time};
+    if (options.ids) {
+        join(senderOf(*interface, options.ids->first), senderOf(*interface, options.ids->second));
+    }
+    const bool known = directions.count(sent.sender) != 0;
+    if (known || directions.size() >= mostDirections) {
+        draw(sent);
+        ofFurtherIds += known ? 0 : 1;
+        track(sent);
+        return;
+    }
+    const auto pairs = finder.take(sent);
     join(pairs);
-    draw(logged);
+    draw(sent);
     track(pairs);
 }
 
 void Dump::finish()
 {
-    for (auto& [bus, finder] : finders) {
-        const auto pairs = finder.guess();
-        join(pairs);
-        track(pairs);
-        for (const LoggedFrame& logged : finder.rest()) {
-            directions.emplace(logged.sender, Direction{unknownPeer, true, {}, {}});
-            track(logged);
+    const auto pairs = finder.guess();
+    join(pairs);
+    track(pairs);
+    for (const SentFrame& sent : finder.rest()) {
+        if (directions.size() < mostDirections) {
+            directions.emplace(sent.sender, Direction{});
         }
+        track(sent);
     }
     for (auto& [sender, direction] : directions) {
         report(sender, direction, direction.tracker.end());
     }
-    if (!options.stats) {
-        return;
+    if (options.stats) {
+        printTable();
     }
-    print(MessageStatistics::header());
-    for (const auto& [sender, direction] : directions) {
-        if (!direction.statistics.empty()) {
-            print(direction.statistics.row(sender + " -> " + direction.peer, timed));
+}
+
+void Dump::printTable() const
+{
+    const auto labelOf = [this](const auto& entry) {
+        return names.text(entry.first) + " -> " + peerText(entry.second);
+    };
+    std::size_t width = 0;
+    for (const auto& entry : directions) {
+        width = std::max(width, entry.second.statistics.empty() ? 0 : labelOf(entry).size());
+    }
+    print(MessageStatistics::header(width));
+    for (const auto& entry : directions) {
+        if (!entry.second.statistics.empty()) {
+            print(entry.second.statistics.row(labelOf(entry), width, timed));
         }
     }
 }
 
-void Dump::join(const std::string& left, const std::string& right)
+std::vector<std::string> Dump::remarks() const
 {
-    directions.emplace(left, Direction{right, true, {}, {}});
-    directions.emplace(right, Direction{left, false, {}, {}});
+    std::vector<std::string> lines;
+    const auto add = [&](std::size_t count, const char* what) {
+        if (count != 0) {
+            lines.push_back(what + std::to_string(count));
+        }
+    };
+    add(ofFurtherInterfaces, "too many interfaces; frames left out: ");
+    add(ofFurtherIds, "too many ids; frames that are in no message: ");
+    add(finder.dropped(), "too many frames without an answer; frames that are in no message: ");
+    add(finder.crowded(), "answers that fit too many ids, so that only the latest count: ");
+    if (options.stats && !timed) {
+        lines.emplace_back("no times: the time stamps run backwards, as those of candump -t d do");
+    }
+    return lines;
+}
+
+std::string Dump::peerText(const Direction& direction) const
+{
+    return direction.peer ? names.text(*direction.peer) : unknownPeer;
+}
+
+void Dump::join(Sender left, Sender right)
+{
+    directions.emplace(left, Direction{right, true});
+    directions.emplace(right, Direction{left, false});
 }
 
 void Dump::join(const std::vector<FoundPair>& pairs)
@@ -88,53 +130,55 @@ void Dump::join(const std::vector<FoundPair>& pairs)
     }
 }
 
-void Dump::draw(const LoggedFrame& logged) const
+void Dump::draw(const SentFrame& sent) const
 {
     if (!listing) {
         return;
     }
+    const std::string name = names.text(sent.sender);
     if (!options.ladder) {
-        print(frameLine(logged));
+        print(frameLine(name, sent));
         return;
     }
-    const auto own = directions.find(logged.sender);
+    const auto own = directions.find(sent.sender);
     const bool known = own != directions.end();
-    const std::string peer = known ? own->second.peer : unknownPeer;
-    const bool fromLeft = known ? own->second.fromLeft : !isAnswer(logged);
-    print(ladderLine(logged.frame, fromLeft ? logged.sender : peer, fromLeft ? peer : logged.sender,
-                     fromLeft));
+    const std::string peer = known ? peerText(own->second) : unknownPeer;
+    const bool fromLeft = known ? own->second.fromLeft : !isAnswer(sent);
+    print(ladderLine(sent.frame, fromLeft ? name : peer, fromLeft ? peer : name, fromLeft));
 }
 
-void Dump::track(const LoggedFrame& logged)
+void Dump::track(const SentFrame& sent)
 {
-    const bool answer = isAnswer(logged);
-    const auto direction =
-        directions.find(answer ? directions.at(logged.sender).peer : logged.sender);
+    const bool answer = isAnswer(sent);
+    auto direction = directions.find(sent.sender);
+    if (answer && direction != directions.end()) {
+        const auto& peer = direction->second.peer;
+        direction = peer ? directions.find(*peer) : directions.end();
+    }
     if (direction != directions.end()) {
         MessageTracker& tracker = direction->second.tracker;
         report(direction->first, direction->second,
-               answer ? tracker.answer(logged) : tracker.data(logged));
+               answer ? tracker.answer(sent) : tracker.data(sent));
     }
 }
 
 void Dump::track(const std::vector<FoundPair>& pairs)
 {
     for (const FoundPair& pair : pairs) {
-        for (const LoggedFrame& logged : pair.frames) {
-            track(logged);
+        for (const SentFrame& sent : pair.frames) {
+            track(sent);
         }
     }
 }
 
-void Dump::report(const std::string& sender, Direction& direction,
-                  const std::optional<TrackedMessage>& message)
+void Dump::report(Sender sender, Direction& direction, const std::optional<TrackedMessage>& message)
 {
     if (message) {
         if (options.stats) {
             direction.statistics.add(*message);
         }
         if (listing) {
-            print(messageLine(sender, direction.peer, *message));
+            print(messageLine(names.text(sender), peerText(direction), *message));
         }
     }
 }

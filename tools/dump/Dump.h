@@ -1,9 +1,11 @@
 #pragma once
 
+#include "dump/CandumpLine.h"
 #include "dump/DumpOptions.h"
 #include "dump/MessageStatistics.h"
 #include "dump/MessageTracker.h"
 #include "dump/PairFinder.h"
+#include "dump/SenderNames.h"
 
 #include <cstddef>
 #include <functional>
@@ -17,40 +19,43 @@ public:
 
     Dump(const DumpOptions& options, Print print);
     /// Takes the next frame of the log.
-    void take(LoggedFrame logged);
+    void take(const LoggedFrame& logged);
     /// Call this at the end of the log: prints the unfinished messages and the table.
     void finish();
     /// @return how many frames of the followed ids were taken.
     std::size_t frames() const { return taken; }
-    /// @return false if time stamps run backwards, so that the table has no times.
-    bool hasTimes() const { return timed; }
+    /// Call this after finish(). @return what the reader has to know about the lines.
+    std::vector<std::string> remarks() const;
 
 private:
     /// Everything that one id sends to its peer.
     struct Direction {
-        std::string peer;
-        bool fromLeft; ///< In a ladder.
-        MessageTracker tracker;
-        MessageStatistics statistics;
+        std::optional<Sender> peer;
+        bool fromLeft = true; ///< In a ladder.
+        MessageTracker tracker{};
+        MessageStatistics statistics{};
     };
 
     bool follows(const LoggedFrame& logged) const;
-    void join(const std::string& left, const std::string& right);
+    std::string peerText(const Direction& direction) const;
+    void join(Sender left, Sender right);
     void join(const std::vector<FoundPair>& pairs);
-    void draw(const LoggedFrame& logged) const;
-    void track(const LoggedFrame& logged);
+    void draw(const SentFrame& sent) const;
+    void track(const SentFrame& sent);
     void track(const std::vector<FoundPair>& pairs);
-    void report(const std::string& sender, Direction& direction,
-                const std::optional<TrackedMessage>& message);
+    void report(Sender sender, Direction& direction, const std::optional<TrackedMessage>& message);
+    void printTable() const;
     void checkTime(const LogTime& time);
 
     const DumpOptions options;
     const Print print;
     const bool listing; ///< Whether to print frames and messages, not only the table.
-    std::string firstBus;
     std::size_t taken = 0;
     LogTime lastTime;
     bool timed = true;
-    std::map<std::string, PairFinder> finders;   ///< By bus.
-    std::map<std::string, Direction> directions; ///< By sender.
+    SenderNames names;
+    PairFinder finder;
+    std::map<Sender, Direction> directions;
+    std::size_t ofFurtherInterfaces = 0; ///< Frames that were left out.
+    std::size_t ofFurtherIds = 0;        ///< Frames that were printed, but not followed.
 };

@@ -39,18 +39,18 @@ const char* outcomeWord(Outcome outcome)
 
 } // namespace
 
-std::string frameLine(const LoggedFrame& logged)
+std::string frameLine(const std::string& sender, const SentFrame& sent)
 {
-    const auto& frame = logged.frame;
+    const auto& frame = sent.frame;
     std::string words = frameWords(frame);
     words.resize(std::max(words.size(), widthOfWords), ' ');
     const bool first = CANTransportFrame::kindOf(frame.data) == CANTransportFrame::CTP_FIRST_FRAME;
     const std::size_t head = first ? 2 : 1;
     std::string bytes = hexText(frame.data + head, std::max<std::size_t>(frame.len, head) - head);
-    if (isAnswer(logged) && bytes.find_first_not_of(" 0") == std::string::npos) {
+    if (isAnswer(sent) && bytes.find_first_not_of(" 0") == std::string::npos) {
         bytes.clear(); // they have no meaning, and every receiver ignores them
     }
-    return logged.sender + "  [" + std::to_string(frame.len) + "]  " + words + bytes;
+    return sender + "  [" + std::to_string(frame.len) + "]  " + words + bytes;
 }
 
 std::string messageLine(const std::string& from, const std::string& to,

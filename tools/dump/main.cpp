@@ -109,9 +109,8 @@ int dump(const DumpOptions& options)
                                                   ", expected lines that candump logs or prints");
     }
     dump.finish();
-    if (options.stats && !dump.hasTimes()) {
-        Tool::complain(description,
-                       "no times: the time stamps run backwards, as those of candump -t d do");
+    for (const std::string& remark : dump.remarks()) {
+        Tool::complain(description, remark);
     }
     if (skipped != 0) {
         Tool::complain(description,
