@@ -28,6 +28,13 @@ std::string dumpOf(const std::string& log, const std::string& part, const DumpOp
     return printed;
 }
 
+DumpOptions with(bool DumpOptions::*option)
+{
+    DumpOptions options;
+    options.*option = true;
+    return options;
+}
+
 } // namespace
 
 TEST(Dump, readsWhatCandumpWrites)
@@ -38,7 +45,9 @@ TEST(Dump, readsWhatCandumpWrites)
         {"  can0  123   [2]  33 00   '3.'\r", "123  [2]  FC acknowledge\n"},
         {" (2024-01-31 12:00:00.5)  vcan0  RX B E  7FF   [0]", "7FF  [0]  SF len 0 \n"},
         {"c 1#R8\nc 1##10141\nc 1#014\nc 1#010203040506070809\nc 20000080#00\nc 1 [2] 01\n"
-         "c 1 [02] 01 02\nc 1 [0] remote request\nc 20000004 [2] 01 00 ERRORFRAME",
+         "c 1 [02] 01 02\nc 1 [0] remote request\nc 20000004 [2] 01 00 ERRORFRAME\nc\033[2J "
+         "1#01\nc\x9b 1#01\n"
+         "c 1 [1] 01 '\a'",
          ""}};
     for (const auto& [line, expected] : lines) {
         EXPECT_EQ(dumpOf(line, "["), expected);
@@ -64,12 +73,12 @@ TEST(Dump, reportsTheOutcomeOfEachMessage)
               "001 -> 002  acknowledged, attempt 3, 8 bytes  01 02 03 04 05 06 07 08\n"
               "001 -> 002  incomplete, 6 of 8 bytes  01 02 03 04 05 06\n"
               "001 -> 002  incomplete, 1 byte  42\n");
-    EXPECT_EQ(dumpOf(log, "FC ready", {"", {}, true, false}),
+    EXPECT_EQ(dumpOf(log, "FC ready", with(&DumpOptions::ladder)),
               "001 |<--------------- FC ready to receive --| 002\n");
     // The sixth attempt is another message: a message ends with its fifth failure.
     const std::string again = "(6) c 1#0142\n";
     EXPECT_EQ(dumpOf(log + again + again + again + again + again + "(7) c 2#33\n", "1 ->",
-                     {"", {}, false, true}),
+                     with(&DumpOptions::stats)),
               "001 -> 002             4             2             6             1"
               "      1000.000      1750.000      2500.000\n");
 }
@@ -107,7 +116,7 @@ TEST(Dump, boundsWhatALogCanFill)
     const auto message = [](Text id, Text i) {
         return '(' + i + ") c 1#0141\n(" + i + ".0" + id.substr(4) + ") c 2#33\n";
     };
-    EXPECT_EQ(dumpOf(repeat(3001, message), "1 ->", {"", {}, false, true}),
+    EXPECT_EQ(dumpOf(repeat(3001, message), "1 ->", with(&DumpOptions::stats)),
               "001 -> 002          3001          3001             0             0"
               "         0.010        15.010        30.010\n");
 }

@@ -115,7 +115,34 @@ expect "a bus that would replace a file" "3 300" "$("$bin/velkcan-bus" file 2>/d
 
 expect "a log in words" "123  [2]  SF len 1   41/123 -> 321  acknowledged, 1 byte  41/321  [1]  FC acknowledge/" \
     "$(printf '(1) can0 123#0141\nnothing\n(2) can0 321#33\n' | "$bin/velkcan-dump" 2>err | sort | tr '\n' /)"
-expect "the complaint about skipped lines" "velkcan-dump: skipped 1 line without a classic CAN data frame" "$(cat err)"
+expect "the complaint about skipped lines" \
+    "velkcan-dump: standard input: skipped 1 of 3 lines, without a classic CAN data frame" "$(cat err)"
+
+# The first signal ends a dump at any point, and what it knows is printed if someone reads it.
+printf 'c 1#0141\n%.0s' {1..9999} >log
+mkfifo stalled
+exec 7<>stalled
+while read -r what status input output; do
+    "$bin/velkcan-dump" log "$input" >"$output" 2>err &
+    dumper=$!
+    sleep 0.2
+    kill -TERM "$dumper"
+    wait "$dumper"
+    expect "the status of a dump that is ended in $what" "$status" $?
+done <<'ROWS'
+an-endless-line 0 /dev/zero out
+a-wait-for-input 0 stalled out
+a-wait-for-its-reader 4 log stalled
+ROWS
+expect "the message that ends with a signal" "001 -> ???  incomplete, attempt 4, 1 byte  41" "$(tail -n 1 out)"
+
+# What cannot be printed shows in the status, unless the reader has seen enough.
+for arguments in --help log; do
+    "$bin/velkcan-dump" "$arguments" >/dev/full 2>err
+    expect "dump $arguments on a full disk" "4 1" "$? $(wc -l <err)"
+    "$bin/velkcan-dump" "$arguments" 2>err | head -n 1 >out
+    expect "dump $arguments for head" "0 0 1" "${PIPESTATUS[0]} $(wc -c <err) $(wc -l <out)"
+done
 
 # Each wrong argument: one line on stderr that names it, nothing on stdout, status 2.
 while read -r tool given arguments; do

@@ -3,10 +3,10 @@
 #include "common/CANId.h"
 #include "common/Options.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <iostream>
-#include <streambuf>
+#include <sstream>
 
 namespace {
 
@@ -30,6 +30,22 @@ void addId(CLI::App& app, const std::string& name, std::uint16_t& target, const 
         target = static_cast<std::uint16_t>(*id);
     };
     app.add_option_function<std::string>(name, store, help)->type_name("ID")->required();
+}
+
+/// Prints what --help or --version asks for.
+int printInformation(const CLI::App& app, const CLI::ParseError& request,
+                     const Tool::Description& description)
+{
+    std::ostringstream stream;
+    app.exit(request, stream, stream);
+    const std::string text = stream.str();
+    const bool written =
+        std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
+    if (!written && errno != EPIPE) { // its reader may have seen enough
+        Tool::complain(description, "cannot write to standard output");
+        return Tool::exitOutput;
+    }
+    return Tool::exitFine;
 }
 
 } // namespace
@@ -61,7 +77,7 @@ int Tool::runProgram(int count, char** arguments, const Description& description
         return exitUsage;
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) {
-            return app.exit(error);
+            return printInformation(app, error, description);
         }
         complain(description, std::string(error.what()) + "; expected " + description.usage);
         return exitUsage;

@@ -59,6 +59,9 @@ LogTime takeTime(std::string_view& line)
     return parseTime(stamp);
 }
 
+/// No byte of a line may act on a terminal.
+bool isPrintable(char byte) { return (byte >= ' ' && byte <= '~') || byte == '\t' || byte == '\r'; }
+
 bool takeBytes(const Words& bytes, Frame& frame)
 {
     if (bytes.size() > sizeof frame.data) {
@@ -106,6 +109,9 @@ bool takeColumns(const Words& words, Frame& frame)
 
 std::optional<LoggedFrame> parseCandumpLine(const std::string& line)
 {
+    if (!std::all_of(line.begin(), line.end(), isPrintable)) {
+        return std::nullopt;
+    }
     LoggedFrame logged;
     std::string_view rest = line;
     logged.time = takeTime(rest);

@@ -31,7 +31,8 @@ void takeIds(const std::string& own, const std::string& peer, DumpOptions& optio
 void declare(CLI::App& app, DumpOptions& options)
 {
     const auto ids = std::make_shared<std::pair<std::string, std::string>>();
-    app.add_option("FILE", options.file, "The log (default: standard input)")->type_name("");
+    app.add_option("FILE", options.inputs, "Logs of candump, - for standard input (default: -)")
+        ->type_name("");
     auto* const own = app.add_option("-s", ids->first, "Follow only this id and its peer");
     auto* const peer = app.add_option("-d", ids->second, "The peer's id");
     own->type_name("ID")->needs(peer);
@@ -42,6 +43,9 @@ void declare(CLI::App& app, DumpOptions& options)
                  "direction: messages, how many were acknowledged, retries, refused\n"
                  "attempts, and times from first frame to acknowledgement");
     app.callback([ids, &options, own] {
+        if (options.inputs.empty()) {
+            options.inputs = {"-"};
+        }
         if (*own) {
             takeIds(ids->first, ids->second, options);
         }

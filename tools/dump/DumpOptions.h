@@ -4,13 +4,14 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 /// The options of the command line.
 struct DumpOptions {
-    std::string file;                                           ///< Empty: stdin.
     std::optional<std::pair<std::uint32_t, std::uint32_t>> ids; ///< None: all.
     bool ladder = false;
     bool stats = false;
+    std::vector<std::string> inputs; ///< Empty: standard input.
 };
 
 namespace CLI {

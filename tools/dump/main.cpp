@@ -1,13 +1,12 @@
 #include "common/CANId.h"
 #include "common/Tool.h"
-#include "dump/CandumpLine.h"
 #include "dump/Dump.h"
 #include "dump/DumpOptions.h"
-#include "dump/LineInput.h"
+#include "dump/EndSignals.h"
+#include "dump/FrameInput.h"
+#include "dump/Output.h"
 
 #include <cerrno>
-#include <csignal>
-#include <iostream>
 #include <system_error>
 
 namespace {
@@ -18,7 +17,7 @@ constexpr Tool::Description description{
 the frame that ends a message it prints the whole message and its outcome: acknowledged;
 refused, by code 0 or 2; restarted, that is, sent again before an answer; or incomplete.
 )",
-    "[-s ID -d ID] [--ladder] [--stats] [FILE]",
+    "[-s ID -d ID] [--ladder] [--stats] [FILE...]",
     R"(Without -s and -d all ids are followed, and the log has to show which id answers which: an
 answer belongs to an id that waits for it, a ready answer to an id that has sent a first
 frame, an acknowledgement to an id that has sent a whole message. While several ids wait,
@@ -28,10 +27,15 @@ If other traffic shares the bus, name the two ids.
 
 Ids are hexadecimal; ids of 8 digits have 29 bits. Frames of a second interface are shown
 with its name: can1:123. Times need the stamps of candump -L, or of -t a, z or A; those of
--t d do not work. Ctrl-C ends the input; everything known by then is printed.
+-t d do not work. Several files are read as one log. Ctrl-C ends the input; everything known
+by then is printed.
+
+The latest 32 ids that wait count for an answer. Up to 256 interfaces, 32768 ids and 65536
+frames without an answer are followed; stderr reports what was left out. Of a thousand or
+more acknowledged messages, a sample gives the median.
 
 Exit status: 0 success; 1 no frame in the input; 2 wrong arguments; 3 the input cannot be
-read or the output cannot be written.
+read; 4 the output cannot be written.
 
 Examples:
   candump can0 | velkcan-dump -s 123 -d 321
@@ -39,102 +43,72 @@ Examples:
   velkcan-dump --stats candump-2024-01-31_120000.log
 )"};
 
-volatile std::sig_atomic_t interrupted = 0;
-
-sigset_t endingSignals()
+/// Takes the frames of one input. @return whether it could be read.
+bool takeAll(const std::string& name, EndSignals& signals, Output& output, Dump& dump)
 {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    return signals;
-}
-
-/// The first signal ends the input, so that the table is still printed; the second ends the program.
-void endInputOnSignals()
-{
-    struct sigaction action = {};
-    action.sa_handler = [](int) { interrupted = 1; };
-    // No SA_RESTART: a read that waits has to return.
-    action.sa_flags = static_cast<int>(SA_RESETHAND);
-    for (const int number : {SIGINT, SIGTERM}) {
-        sigaction(number, &action, nullptr);
+    std::string remark;
+    try {
+        const auto input = openInput(name);
+        const auto take = [&](const LoggedFrame& logged) { dump.take(logged); };
+        while (output.error() == 0 && signals.awaitInput(input->descriptor()) &&
+               input->read(take)) {
+            output.flush();
+        }
+        remark = input->remark();
+    } catch (const std::exception& error) {
+        output.flush();
+        Tool::complain(description, error.what());
+        return false;
     }
-}
-
-/// Signals are unblocked only here: they must not interrupt a write.
-bool readLine(LineInput& input, std::string& line)
-{
-    const sigset_t signals = endingSignals();
-    sigprocmask(SIG_UNBLOCK, &signals, nullptr);
-    const bool read = interrupted == 0 && input.read(line);
-    if (interrupted == 0) {
-        sigprocmask(SIG_BLOCK, &signals, nullptr);
+    output.flush();
+    if (!remark.empty()) {
+        Tool::complain(description, remark);
     }
-    return read;
+    return true;
 }
 
-/// Flushes each line: a user may be watching a live bus through a pipe.
-void print(const std::string& line)
+std::string noFrame(const DumpOptions& options)
 {
-    if (!(std::cout << line << '\n' << std::flush)) {
-        throw std::system_error(errno, std::generic_category(), "cannot write standard output");
-    }
-}
-
-std::string lines(std::size_t count)
-{
-    return std::to_string(count) + (count == 1 ? " line" : " lines");
+    const std::string ids = options.ids ? " of " + canIdText(options.ids->first) + " or " +
+                                              canIdText(options.ids->second)
+                                        : "";
+    return "got no frame" + ids + ", expected lines that candump logs or prints";
 }
 
 int dump(const DumpOptions& options)
 {
-    LineInput input(options.file);
-    Dump dump(options, print);
-    std::size_t count = 0;
-    std::size_t skipped = 0;
-    for (std::string line; readLine(input, line);) {
-        ++count;
-        if (const auto logged = parseCandumpLine(line)) {
-            dump.take(*logged);
-        } else {
-            ++skipped;
+    EndSignals signals;
+    Output output(signals);
+    Dump dump(options, [&](const std::string& line) { output.print(line); });
+    bool complete = true;
+    for (const std::string& name : options.inputs) {
+        if (!signals.arrived() && output.error() == 0) {
+            complete = takeAll(name, signals, output, dump) && complete;
         }
     }
-    if (dump.frames() == 0) {
-        const std::string ids = options.ids ? " of " + canIdText(options.ids->first) + " or " +
-                                                  canIdText(options.ids->second)
-                                            : "";
-        throw Tool::Failure(Tool::exitFailed, "got " + lines(count) + " without a frame" + ids +
-                                                  ", expected lines that candump logs or prints");
+    if (dump.frames() != 0) {
+        dump.finish();
+        output.flush();
     }
-    dump.finish();
+    if (output.error() == EPIPE) { // the reader has ended: not an error
+        return Tool::exitFine;
+    }
+    if (output.error() != 0) {
+        throw Tool::Failure(Tool::exitOutput, "cannot write standard output: " +
+                                                  std::generic_category().message(output.error()));
+    }
     for (const std::string& remark : dump.remarks()) {
         Tool::complain(description, remark);
     }
-    if (skipped != 0) {
-        Tool::complain(description,
-                       "skipped " + lines(skipped) + " without a classic CAN data frame");
+    if (complete && dump.frames() == 0) {
+        throw Tool::Failure(Tool::exitFailed, noFrame(options));
     }
-    return Tool::exitFine;
-}
-
-int dumpUntilNobodyReads(const DumpOptions& options)
-{
-    endInputOnSignals();
-    try {
-        return dump(options);
-    } catch (const std::system_error& error) {
-        if (error.code() == std::errc::broken_pipe) { // the reader has ended: not an error
-            return Tool::exitFine;
-        }
-        throw;
-    }
+    return complete ? Tool::exitFine : Tool::exitBus;
 }
 
 } // namespace
 
 int main(int count, char** arguments)
 {
-    return Tool::runProgram(count, arguments, description, declare, dumpUntilNobodyReads);
+    return Tool::runProgram(count, arguments, description, declare, dump);
 }

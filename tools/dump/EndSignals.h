@@ -1,0 +1,22 @@
+#pragma once
+
+#include "velk/Descriptor.h"
+
+/// SIGINT and SIGTERM. They interrupt nothing, but show in the waits below. A second one has no effect:
+/// timeout(1) sends two.
+class EndSignals {
+public:
+    /// @throws std::system_error
+    EndSignals();
+
+    /// Waits until the input is readable. @return false if the program has to end: a signal has arrived, or
+    /// standard output has lost its reader.
+    bool awaitInput(int descriptor);
+    /// Waits until the output is writable; after a signal at most a second. @return whether it is.
+    bool awaitOutput(int descriptor);
+    bool arrived() const { return come; }
+
+private:
+    Descriptor source;
+    bool come = false;
+};
