@@ -14,7 +14,7 @@ std::string dumpOf(const std::string& log, const std::string& part, const DumpOp
     const auto print = [&](const std::string& line) {
         printed += line.find(part) == std::string::npos ? "" : line + '\n';
     };
-    Dump dump(options, print);
+    Dump dump(options, print, print);
     std::istringstream lines(log);
     for (std::string line; std::getline(lines, line);) {
         if (const auto logged = parseCandumpLine(line)) {
@@ -81,6 +81,36 @@ TEST(Dump, reportsTheOutcomeOfEachMessage)
                      with(&DumpOptions::stats)),
               "001 -> 002             4             2             6             1"
               "      1000.000      1750.000      2500.000\n");
+}
+
+TEST(Dump, marksGuessesAndRecognisesIsoTp)
+{
+    const std::string both = "c 1#0141\nc 3#0143\nc 4#33\nc 2#33\n";
+    EXPECT_EQ(dumpOf(both, "?"), "001 -> 004?  acknowledged, 1 byte  41\n"
+                                 "003 -> 002?  acknowledged, 1 byte  43\n"
+                                 "a peer with a ? is a guess, which -s and -d settle\n");
+    DumpOptions chosen;
+    chosen.ids = {3, 4};
+    EXPECT_EQ(dumpOf(both, "?", chosen), "");
+    const struct {
+        std::string log;
+        const char* frame; ///< That gives it away; null: none.
+    } rows[] = {
+        {"c 1#1014\nc 2#300000\nc 1#21\nc 1#22\n", "3"},
+        {"c 1#1014\nc 1#21\n", "2"},
+        {"c 1#1014\nc 2#31\nc 2#30\nc 1#21\n", "4"}, // it waits, then continues
+        {"c 1#28\nc 2#300800\nc 1#29\n", "3"},
+        {"c 1#1014\nc 2#31\nc 1#20\nc 2#30\nc 1#21\n", nullptr},
+        {"c 1#1014\nc 2#31\nc 1#21\n", nullptr}, // number 0 was lost
+        {"c 1#1014\nc 2#30\nc 1#1014\nc 2#31\nc 1#20\nc 1#21\n", nullptr},
+    };
+    for (const auto& [log, frame] : rows) {
+        EXPECT_EQ(dumpOf(log, "ISO"), frame == nullptr
+                                          ? ""
+                                          : "this looks like ISO-TP, another protocol: frame " +
+                                                std::string(frame) + ", of 001\n")
+            << log;
+    }
 }
 
 TEST(Dump, boundsWhatALogCanFill)

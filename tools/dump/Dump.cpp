@@ -15,9 +15,10 @@ constexpr std::size_t mostDirections = 32768;
 
 } // namespace
 
-Dump::Dump(const DumpOptions& dumpOptions, Print printLine)
+Dump::Dump(const DumpOptions& dumpOptions, Print printLine, Print complainAtOnce)
     : options(dumpOptions),
       print(std::move(printLine)),
+      complain(std::move(complainAtOnce)),
       listing(options.ladder || !options.stats)
 {
 }
@@ -42,6 +43,10 @@ void Dump::take(const LoggedFrame& logged)
     checkTime(logged.time);
     const SentFrame sent{senderOf(*interface, logged.frame.canID), taken, logged.frame,
                          logged.time};
+    if (isoTp.take(sent)) {
+        complain("this looks like ISO-TP, another protocol: frame " + std::to_string(taken) +
+                 ", of " + names.text(sent.sender));
+    }
     if (options.ids) {
         join(senderOf(*interface, options.ids->first), senderOf(*interface, options.ids->second));
     }
@@ -106,6 +111,9 @@ std::vector<std::string> Dump::remarks() const
     add(ofFurtherIds, "too many ids; frames that are in no message: ");
     add(finder.dropped(), "too many frames without an answer; frames that are in no message: ");
     add(finder.crowded(), "answers that fit too many ids, so that only the latest count: ");
+    if (guessed) {
+        lines.emplace_back("a peer with a ? is a guess, which -s and -d settle");
+    }
     if (options.stats && !timed) {
         lines.emplace_back("no times: the time stamps run backwards, as those of candump -t d do");
     }
@@ -114,19 +122,21 @@ std::vector<std::string> Dump::remarks() const
 
 std::string Dump::peerText(const Direction& direction) const
 {
-    return direction.peer ? names.text(*direction.peer) : unknownPeer;
+    return direction.peer ? names.text(*direction.peer) + (direction.guessed ? "?" : "")
+                          : unknownPeer;
 }
 
-void Dump::join(Sender left, Sender right)
+void Dump::join(Sender left, Sender right, bool guess)
 {
-    directions.emplace(left, Direction{right, true});
-    directions.emplace(right, Direction{left, false});
+    directions.emplace(left, Direction{right, true, guess});
+    directions.emplace(right, Direction{left, false, guess});
+    guessed = guessed || guess;
 }
 
 void Dump::join(const std::vector<FoundPair>& pairs)
 {
     for (const FoundPair& pair : pairs) {
-        join(pair.sender, pair.answerer);
+        join(pair.sender, pair.answerer, pair.guessed);
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include "dump/CandumpLine.h"
 #include "dump/DumpOptions.h"
+#include "dump/IsoTpHint.h"
 #include "dump/MessageStatistics.h"
 #include "dump/MessageTracker.h"
 #include "dump/PairFinder.h"
@@ -17,7 +18,8 @@ class Dump {
 public:
     using Print = std::function<void(const std::string&)>;
 
-    Dump(const DumpOptions& options, Print print);
+    /// @param complain for what has to be known at once.
+    Dump(const DumpOptions& options, Print print, Print complain);
     /// Takes the next frame of the log.
     void take(const LoggedFrame& logged);
     /// Call this at the end of the log: prints the unfinished messages and the table.
@@ -32,13 +34,14 @@ private:
     struct Direction {
         std::optional<Sender> peer;
         bool fromLeft = true; ///< In a ladder.
+        bool guessed = false; ///< The log does not prove the peer.
         MessageTracker tracker{};
         MessageStatistics statistics{};
     };
 
     bool follows(const LoggedFrame& logged) const;
     std::string peerText(const Direction& direction) const;
-    void join(Sender left, Sender right);
+    void join(Sender left, Sender right, bool guessed = false);
     void join(const std::vector<FoundPair>& pairs);
     void draw(const SentFrame& sent) const;
     void track(const SentFrame& sent);
@@ -49,12 +52,15 @@ private:
 
     const DumpOptions options;
     const Print print;
+    const Print complain;
     const bool listing; ///< Whether to print frames and messages, not only the table.
     std::size_t taken = 0;
     LogTime lastTime;
     bool timed = true;
     SenderNames names;
     PairFinder finder;
+    bool guessed = false; ///< A peer was guessed.
+    IsoTpHint isoTp;
     std::map<Sender, Direction> directions;
     std::size_t ofFurtherInterfaces = 0; ///< Frames that were left out.
     std::size_t ofFurtherIds = 0;        ///< Frames that were printed, but not followed.

@@ -22,8 +22,9 @@ refused, by code 0 or 2; restarted, that is, sent again before an answer; or inc
 answer belongs to an id that waits for it, a ready answer to an id that has sent a first
 frame, an acknowledgement to an id that has sent a whole message. While several ids wait,
 the next answers decide, and the lines of messages appear later. What is still open at the
-end of the log is decided by the order of frames. A pair of ids, once found, stays a pair.
-If other traffic shares the bus, name the two ids.
+end of the log is guessed from the order of frames; the peer is then marked: 321?. A pair of
+ids, once found, stays a pair. If other traffic shares the bus, name the two ids. One line
+on stderr says if the frames look like ISO-TP.
 
 Ids are hexadecimal; ids of 8 digits have 29 bits. Frames of a second interface are shown
 with its name: can1:123. Times need the stamps of candump -L, or of -t a, z or A; those of
@@ -79,7 +80,9 @@ int dump(const DumpOptions& options)
 {
     EndSignals signals;
     Output output(signals);
-    Dump dump(options, [&](const std::string& line) { output.print(line); });
+    Dump dump(
+        options, [&](const std::string& line) { output.print(line); },
+        [](const std::string& line) { Tool::complain(description, line); });
     bool complete = true;
     for (const std::string& name : options.inputs) {
         if (!signals.arrived() && output.error() == 0) {
