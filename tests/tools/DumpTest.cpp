@@ -66,7 +66,7 @@ TEST(Dump, reportsTheOutcomeOfEachMessage)
     const std::string log =
         "(1) c 1#1008010203040506\n(1.25) c 1#1008010203040506\n(3) c 2#31\n(3) c 1#21\n"
         "(3) c 1#200708\n(3) c 2#32\n(3) c 1#1008010203040506\n(3) c 1#2007080910111213\n"
-        "(1970-01-01 00:00:03.5) c 2#33\n(4) c 1#1008010203040506\n(5) c 1#0142\n";
+        "(3.5) c 2#33\n(4) c 1#1008010203040506\n(5) c 1#0142\n";
     EXPECT_EQ(dumpOf(log, "->"),
               "001 -> 002  restarted, 6 of 8 bytes  01 02 03 04 05 06\n"
               "001 -> 002  refused, attempt 2, 6 of 8 bytes  01 02 03 04 05 06\n"
@@ -81,6 +81,45 @@ TEST(Dump, reportsTheOutcomeOfEachMessage)
                      with(&DumpOptions::stats)),
               "001 -> 002             4             2             6             1"
               "      1000.000      1750.000      2500.000\n");
+}
+
+TEST(Dump, printsTimesCharactersAndColours)
+{
+    setenv("TZ", "XYZ-1", 1);
+    const std::string log = "(1706702400.5) c 1#0241FF\n(1970-01-01 01:00:01.25) c 2#33\nc 1#20\n"
+                            "(1706702402.000001) c 1#00\n";
+    const struct {
+        char style;
+        const char* stamps[3];
+    } rows[] = {
+        {'a', {"(1706702400.500000) ", "(0000000001.250000) ", "(1706702402.000001) "}},
+        {'A',
+         {"(2024-01-31 13:00:00.500000) ", "(1970-01-01 01:00:01.250000) ",
+          "(2024-01-31 13:00:02.000001) "}},
+        {'d', {"(000.000000) ", "(000.000000) ", "(1706702400.750001) "}},
+        {'z', {"(000.000000) ", "(000.000000) ", "(001.500001) "}},
+    };
+    DumpOptions options;
+    options.ascii = true;
+    for (const auto& [style, stamps] : rows) {
+        options.times = style;
+        const std::string blanks(std::string(stamps[1]).size(), ' ');
+        EXPECT_EQ(dumpOf(log, "", options),
+                  std::string(stamps[0]) + "001  [3]  SF len 2   41 FF                 'A.'\n" +
+                      stamps[1] + "002  [1]  FC acknowledge\n" + blanks +
+                      "001 -> 002  acknowledged, 2 bytes  41 FF  'A.'\n" + blanks +
+                      "001  [1]  CF 0                             ''\n" + stamps[2] +
+                      "001  [1]  SF len 0                         ''\n" +
+                      std::string(std::string(stamps[2]).size(), ' ') +
+                      "001 -> 002  incomplete, 0 bytes  ''\n");
+    }
+    DumpOptions colours = with(&DumpOptions::ladder);
+    colours.colour = true;
+    EXPECT_EQ(dumpOf("(1) c 2#32\n(1) c 1#0141\n(1) c 2#33\n", "\033", colours),
+              "\033[31m??? |<---------------- FC not acknowledge --| 002\033[0m\n"
+              "\033[36m001 |-- SF len 1 -------------------------->| ???\033[0m\n"
+              "\033[32m001 |<-------------------- FC acknowledge --| 002\033[0m\n"
+              "\033[1;32m001 -> 002  acknowledged, 1 byte  41\033[0m\n");
 }
 
 TEST(Dump, marksGuessesAndRecognisesIsoTp)

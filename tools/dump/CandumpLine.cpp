@@ -38,8 +38,9 @@ LogTime parseTime(const std::string& text)
     const char* const fraction = strptime(text.c_str(), "%Y-%m-%d %H:%M:%S", &date);
     const char* const number = fraction == nullptr ? text.c_str() : fraction;
     char* end = nullptr;
+    date.tm_isdst = -1; // candump prints the local time
     const double seconds = std::strtod(number, &end) +
-                           (fraction == nullptr ? 0.0 : static_cast<double>(timegm(&date)));
+                           (fraction == nullptr ? 0.0 : static_cast<double>(mktime(&date)));
     if (end == number || *end != '\0' || !(seconds >= 0 && seconds < latestSeconds)) {
         return std::nullopt;
     }

@@ -1,6 +1,7 @@
 #include "dump/Dump.h"
 
 #include "common/Ladder.h"
+#include "dump/Colours.h"
 #include "dump/DumpLines.h"
 
 #include <algorithm>
@@ -19,7 +20,8 @@ Dump::Dump(const DumpOptions& dumpOptions, Print printLine, Print complainAtOnce
     : options(dumpOptions),
       print(std::move(printLine)),
       complain(std::move(complainAtOnce)),
-      listing(options.ladder || !options.stats)
+      listing(options.ladder || !options.stats),
+      stamps(options.times)
 {
 }
 
@@ -140,21 +142,29 @@ void Dump::join(const std::vector<FoundPair>& pairs)
     }
 }
 
-void Dump::draw(const SentFrame& sent) const
+std::string Dump::coloured(const char* colour, const std::string& line) const
 {
-    if (!listing) {
-        return;
+    return options.colour && *colour != '\0' ? colour + line + noColour : line;
+}
+
+void Dump::draw(const SentFrame& sent)
+{
+    if (listing) {
+        print(stamps.next(sent.time) + coloured(colourOf(sent.frame), frameText(sent)));
     }
+}
+
+std::string Dump::frameText(const SentFrame& sent) const
+{
     const std::string name = names.text(sent.sender);
     if (!options.ladder) {
-        print(frameLine(name, sent));
-        return;
+        return frameLine(name, sent, options.ascii);
     }
     const auto own = directions.find(sent.sender);
     const bool known = own != directions.end();
     const std::string peer = known ? peerText(own->second) : unknownPeer;
     const bool fromLeft = known ? own->second.fromLeft : !isAnswer(sent);
-    print(ladderLine(sent.frame, fromLeft ? name : peer, fromLeft ? peer : name, fromLeft));
+    return ladderLine(sent.frame, fromLeft ? name : peer, fromLeft ? peer : name, fromLeft);
 }
 
 void Dump::track(const SentFrame& sent)
@@ -188,7 +198,9 @@ void Dump::report(Sender sender, Direction& direction, const std::optional<Track
             direction.statistics.add(*message);
         }
         if (listing) {
-            print(messageLine(names.text(sender), peerText(direction), *message));
+            print(stamps.indent() + coloured(colourOf(message->outcome),
+                                             messageLine(names.text(sender), peerText(direction),
+                                                         *message, options.ascii)));
         }
     }
 }

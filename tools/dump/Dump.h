@@ -7,6 +7,7 @@
 #include "dump/MessageTracker.h"
 #include "dump/PairFinder.h"
 #include "dump/SenderNames.h"
+#include "dump/TimeStamps.h"
 
 #include <cstddef>
 #include <functional>
@@ -43,7 +44,9 @@ private:
     std::string peerText(const Direction& direction) const;
     void join(Sender left, Sender right, bool guessed = false);
     void join(const std::vector<FoundPair>& pairs);
-    void draw(const SentFrame& sent) const;
+    void draw(const SentFrame& sent);
+    std::string frameText(const SentFrame& sent) const;
+    std::string coloured(const char* colour, const std::string& line) const;
     void track(const SentFrame& sent);
     void track(const std::vector<FoundPair>& pairs);
     void report(Sender sender, Direction& direction, const std::optional<TrackedMessage>& message);
@@ -57,6 +60,7 @@ private:
     std::size_t taken = 0;
     LogTime lastTime;
     bool timed = true;
+    TimeStamps stamps;
     SenderNames names;
     PairFinder finder;
     bool guessed = false; ///< A peer was guessed.

@@ -3,7 +3,12 @@
 #include "common/CANId.h"
 #include "common/Options.h"
 
+#include <algorithm>
+#include <cstdlib>
+#include <functional>
 #include <memory>
+
+#include <unistd.h>
 
 namespace {
 
@@ -26,6 +31,28 @@ void takeIds(const std::string& own, const std::string& peer, DumpOptions& optio
     }
 }
 
+/// Adds an option that takes one of several words.
+void addChoice(CLI::App& app, const std::string& name, const std::string& type,
+               const std::vector<std::string>& words, const std::string& expected,
+               const std::function<void(const std::string&)>& take, const std::string& help)
+{
+    const auto check = [=](const std::string& word) {
+        if (std::find(words.begin(), words.end(), word) == words.end()) {
+            throw CLI::ValidationError(name, Tool::complaint(word, expected));
+        }
+        take(word);
+    };
+    app.add_option_function<std::string>(name, check, help)->type_name(type);
+}
+
+bool showsColours()
+{
+    const char* const terminal = std::getenv("TERM");
+    const char* const none = std::getenv("NO_COLOR");
+    return isatty(STDOUT_FILENO) == 1 && terminal != nullptr && terminal != std::string("dumb") &&
+           (none == nullptr || *none == '\0');
+}
+
 } // namespace
 
 void declare(CLI::App& app, DumpOptions& options)
@@ -42,6 +69,19 @@ void declare(CLI::App& app, DumpOptions& options)
                  "Print only a table at the end; with --ladder print both. For each\n"
                  "direction: messages, how many were acknowledged, retries, refused\n"
                  "attempts, and times from first frame to acknowledgement");
+    addChoice(
+        app, "-t", "STYLE", {"a", "d", "z", "A"}, "a, d, z or A",
+        [&options](const std::string& word) { options.times = word.front(); },
+        "Print times as candump does: a absolute, d since the previous\n"
+        "frame, z since the first frame, A with date");
+    app.add_flag("-a", options.ascii, "Print the characters of the bytes as well");
+    options.colour = showsColours();
+    addChoice(
+        app, "--color", "WHEN", {"auto", "always", "never"}, "auto, always or never",
+        [&options](const std::string& word) {
+            options.colour = word == "always" || (word == "auto" && showsColours());
+        },
+        "auto, always or never (default: auto, on a terminal)");
     app.callback([ids, &options, own] {
         if (options.inputs.empty()) {
             options.inputs = {"-"};

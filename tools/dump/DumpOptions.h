@@ -11,6 +11,9 @@ struct DumpOptions {
     std::optional<std::pair<std::uint32_t, std::uint32_t>> ids; ///< None: all.
     bool ladder = false;
     bool stats = false;
+    char times = 0; ///< As candump's option -t; 0: none.
+    bool ascii = false;
+    bool colour = false;
     std::vector<std::string> inputs; ///< Empty: standard input.
 };
 

@@ -17,7 +17,7 @@ constexpr Tool::Description description{
 the frame that ends a message it prints the whole message and its outcome: acknowledged;
 refused, by code 0 or 2; restarted, that is, sent again before an answer; or incomplete.
 )",
-    "[-s ID -d ID] [--ladder] [--stats] [FILE...]",
+    "[-s ID -d ID] [-t a|d|z|A] [-a] [--color WHEN] [--ladder] [--stats] [FILE...]",
     R"(Without -s and -d all ids are followed, and the log has to show which id answers which: an
 answer belongs to an id that waits for it, a ready answer to an id that has sent a first
 frame, an acknowledgement to an id that has sent a whole message. While several ids wait,
