@@ -58,7 +58,9 @@ bool showsColours()
 void declare(CLI::App& app, DumpOptions& options)
 {
     const auto ids = std::make_shared<std::pair<std::string, std::string>>();
-    app.add_option("FILE", options.inputs, "Logs of candump, - for standard input (default: -)")
+    app.add_option("INPUT", options.inputs,
+                   "A bus (can0, unix:PATH or exec:COMMAND), or logs of candump\n"
+                   "(- for standard input, the default)")
         ->type_name("");
     auto* const own = app.add_option("-s", ids->first, "Follow only this id and its peer");
     auto* const peer = app.add_option("-d", ids->second, "The peer's id");

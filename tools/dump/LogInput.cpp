@@ -1,5 +1,7 @@
 #include "dump/LogInput.h"
 
+#include "dump/BusInput.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <system_error>
@@ -23,6 +25,10 @@ LogInput::LogInput(const std::string& fileName)
         file = aboveStandardStreams(
             Descriptor(open(fileName.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)));
         if (file.get() == -1) {
+            if (errno == ENOENT) {
+                throw std::runtime_error("got " + name +
+                                         ", expected a file, -, can0, unix:PATH or exec:COMMAND");
+            }
             fail(name);
         }
     }
@@ -75,5 +81,6 @@ std::string LogInput::remark() const
 
 std::unique_ptr<FrameInput> openInput(const std::string& name)
 {
-    return std::make_unique<LogInput>(name);
+    auto bus = openBus(name);
+    return bus ? std::move(bus) : std::make_unique<LogInput>(name);
 }

@@ -13,11 +13,11 @@ namespace {
 
 constexpr Tool::Description description{
     "velkcan-dump",
-    R"(Reads what candump logs (candump -L) or prints, and prints each frame in words. After
-the frame that ends a message it prints the whole message and its outcome: acknowledged;
+    R"(Listens on a bus and sends nothing, or reads what candump logs (candump -L) or prints.
+Prints each frame in words. After the frame that ends a message it prints the whole message and its outcome: acknowledged;
 refused, by code 0 or 2; restarted, that is, sent again before an answer; or incomplete.
 )",
-    "[-s ID -d ID] [-t a|d|z|A] [-a] [--color WHEN] [--ladder] [--stats] [FILE...]",
+    "[-s ID -d ID] [-t a|d|z|A] [-a] [--color WHEN] [--ladder] [--stats] [BUS | FILE...]",
     R"(Without -s and -d all ids are followed, and the log has to show which id answers which: an
 answer belongs to an id that waits for it, a ready answer to an id that has sent a first
 frame, an acknowledgement to an id that has sent a whole message. While several ids wait,
@@ -25,6 +25,9 @@ the next answers decide, and the lines of messages appear later. What is still o
 end of the log is guessed from the order of frames; the peer is then marked: 321?. A pair of
 ids, once found, stays a pair. If other traffic shares the bus, name the two ids. One line
 on stderr says if the frames look like ISO-TP.
+
+The name of an interface is a bus; ./NAME is always a file. Times on a bus are those of the
+reading.
 
 Ids are hexadecimal; ids of 8 digits have 29 bits. Frames of a second interface are shown
 with its name: can1:123. Times need the stamps of candump -L, or of -t a, z or A; those of
@@ -35,10 +38,12 @@ The latest 32 ids that wait count for an answer. Up to 256 interfaces, 32768 ids
 frames without an answer are followed; stderr reports what was left out. Of a thousand or
 more acknowledged messages, a sample gives the median.
 
-Exit status: 0 success; 1 no frame in the input; 2 wrong arguments; 3 the input cannot be
-read; 4 the output cannot be written.
+Exit status: 0 success; 1 no frame in the input; 2 wrong arguments; 3 an input cannot be
+read, or the bus is lost; 4 the output cannot be written.
 
 Examples:
+  velkcan-dump -t d can0
+
   candump can0 | velkcan-dump -s 123 -d 321
 
   velkcan-dump --stats candump-2024-01-31_120000.log
