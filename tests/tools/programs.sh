@@ -61,6 +61,23 @@ send -D 2
 wait "$receiver"
 expect "a message as JSON" '"id":"123","length":2,"data":"0102"}' "$(cut -d, -f2- out)"
 
+# What a live dump records reads back the same. Messages go out until it has seen one.
+"$bin/velkcan-dump" -t a --log live.log unix:bus >live 2>live.err &
+dumper=$!
+receive -l
+until grep -q acknowledged live || ! kill -0 "$dumper"; do send -D 20; done
+kill -INT "$dumper"
+wait "$dumper"
+expect "the status of a live dump" "0 0" "$? $(wc -c <live.err)"
+"$bin/velkcan-dump" -t a --log again.log live.log >again
+expect "a recorded bus" "" "$(cmp live again; cmp live.log again.log)"
+"$bin/velkcan-dump" --log live.log - <live.log 2>err
+expect "a record over its input" "2 1" "$? $(grep -c -e --log err)"
+expect "the input" "" "$(cmp live.log again.log)"
+"$bin/velkcan-dump" "exec:cat /etc/passwd" >out 2>err
+expect "a dump of what are no records" "3 velkcan-dump: exec:cat /etc/passwd: the bus is lost" "$? $(cat err)"
+kill "$receiver"
+
 # The example greets its peer and sends each message back. Its answer can arrive before the sender of the
 # message has ended, which then takes the answer too: so a receiver runs all the time.
 receive -n 2
@@ -169,6 +186,8 @@ proxy 123: --accept 00000123:7 --accept 123: can0
 dump -d -s 1
 dump 800 -s 800 -d 1
 dump --raw --raw
+dump e -t e
+dump red --color red
 ROWS
 expect "a bad token" "velkcan-send: position 4: got 'x', expected two hexadecimal digits for each \
 byte, as in 'DE AD BEEF'" "$(echo '00 xy' | send; cat send.err)"

@@ -1,6 +1,8 @@
 #include "dump/CandumpLine.h"
 
 #include "common/CANId.h"
+#include "dump/DumpLines.h"
+#include "dump/TimeStamps.h"
 
 #include <algorithm>
 #include <cmath>
@@ -134,4 +136,11 @@ std::optional<LoggedFrame> parseCandumpLine(const std::string& line)
     }
     logged.frame.canID = *id;
     return logged;
+}
+
+std::string candumpLine(const LoggedFrame& logged)
+{
+    const auto& frame = logged.frame;
+    return absoluteStamp(logged.time.value_or(std::chrono::microseconds(0))) + ' ' + logged.bus +
+           ' ' + canIdText(frame.canID) + '#' + hexText(frame.data, frame.len, "");
 }

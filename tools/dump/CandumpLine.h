@@ -16,3 +16,6 @@ struct LoggedFrame {
 /// terminal, also with a time stamp and the columns of `-x` and `-a`. None if the line holds anything else,
 /// such as a remote, error or FD frame.
 std::optional<LoggedFrame> parseCandumpLine(const std::string& line);
+
+/// @return the line of `candump -L`. A frame without a time gets time 0.
+std::string candumpLine(const LoggedFrame& logged);

@@ -31,15 +31,15 @@ bool Dump::follows(const LoggedFrame& logged) const
            logged.frame.canID == options.ids->second;
 }
 
-void Dump::take(const LoggedFrame& logged)
+bool Dump::take(const LoggedFrame& logged)
 {
     if (!follows(logged)) {
-        return;
+        return false;
     }
     const auto interface = names.numberOf(logged.bus);
     if (!interface) {
         ++ofFurtherInterfaces;
-        return;
+        return false;
     }
     ++taken;
     checkTime(logged.time);
@@ -52,6 +52,12 @@ void Dump::take(const LoggedFrame& logged)
     if (options.ids) {
         join(senderOf(*interface, options.ids->first), senderOf(*interface, options.ids->second));
     }
+    take(sent);
+    return true;
+}
+
+void Dump::take(const SentFrame& sent)
+{
     const bool known = directions.count(sent.sender) != 0;
     if (known || directions.size() >= mostDirections) {
         draw(sent);

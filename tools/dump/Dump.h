@@ -21,8 +21,8 @@ public:
 
     /// @param complain for what has to be known at once.
     Dump(const DumpOptions& options, Print print, Print complain);
-    /// Takes the next frame of the log.
-    void take(const LoggedFrame& logged);
+    /// Takes the next frame of the log. @return whether it is followed.
+    bool take(const LoggedFrame& logged);
     /// Call this at the end of the log: prints the unfinished messages and the table.
     void finish();
     /// @return how many frames of the followed ids were taken.
@@ -40,6 +40,7 @@ private:
         MessageStatistics statistics{};
     };
 
+    void take(const SentFrame& sent);
     bool follows(const LoggedFrame& logged) const;
     std::string peerText(const Direction& direction) const;
     void join(Sender left, Sender right, bool guessed = false);

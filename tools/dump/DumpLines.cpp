@@ -10,16 +10,9 @@ namespace {
 
 constexpr std::size_t widthOfWords = 9; ///< Only long messages and answers need more.
 
-std::string hexText(const std::uint8_t* bytes, std::size_t count)
+std::string column(const std::uint8_t* bytes, std::size_t count)
 {
-    constexpr const char* digits = "0123456789ABCDEF";
-    std::string text;
-    for (std::size_t i = 0; i < count; ++i) {
-        text += i == 0 ? "  " : " ";
-        text += digits[bytes[i] >> 4];
-        text += digits[bytes[i] & 0x0F];
-    }
-    return text;
+    return (count == 0 ? "" : "  ") + hexText(bytes, count, " ");
 }
 
 /// @return the characters as candump -a prints them.
@@ -49,6 +42,18 @@ const char* outcomeWord(Outcome outcome)
 
 } // namespace
 
+std::string hexText(const std::uint8_t* bytes, std::size_t count, const char* between)
+{
+    constexpr const char* digits = "0123456789ABCDEF";
+    std::string text;
+    for (std::size_t i = 0; i < count; ++i) {
+        text += i == 0 ? "" : between;
+        text += digits[bytes[i] >> 4];
+        text += digits[bytes[i] & 0x0F];
+    }
+    return text;
+}
+
 std::string frameLine(const std::string& sender, const SentFrame& sent, bool ascii)
 {
     const auto& frame = sent.frame;
@@ -57,7 +62,7 @@ std::string frameLine(const std::string& sender, const SentFrame& sent, bool asc
     const bool first = CANTransportFrame::kindOf(frame.data) == CANTransportFrame::CTP_FIRST_FRAME;
     const std::size_t head = first ? 2 : 1;
     const std::size_t count = std::max<std::size_t>(frame.len, head) - head;
-    std::string bytes = hexText(frame.data + head, count);
+    std::string bytes = column(frame.data + head, count);
     if (isAnswer(sent) && bytes.find_first_not_of(" 0") == std::string::npos) {
         bytes.clear(); // they have no meaning, and every receiver ignores them
     } else if (ascii) {
@@ -80,6 +85,6 @@ std::string messageLine(const std::string& from, const std::string& to,
         line += std::to_string(message.bytes.size()) + " of ";
     }
     return line + std::to_string(message.length) + (message.length == 1 ? " byte" : " bytes") +
-           hexText(message.bytes.data(), message.bytes.size()) +
+           column(message.bytes.data(), message.bytes.size()) +
            (ascii ? asciiText(message.bytes.data(), message.bytes.size()) : "");
 }

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <memory>
 
@@ -43,6 +44,20 @@ void addChoice(CLI::App& app, const std::string& name, const std::string& type,
         take(word);
     };
     app.add_option_function<std::string>(name, check, help)->type_name(type);
+}
+
+/// An output is truncated before the inputs are read.
+void keepApart(const std::string& option, const std::string& output, const DumpOptions& options)
+{
+    for (const std::string& input : options.inputs) {
+        std::error_code ignored;
+        if (!output.empty() &&
+            std::filesystem::equivalent(input == "-" ? "/dev/stdin" : input, output, ignored) &&
+            std::filesystem::is_regular_file(output, ignored)) {
+            throw CLI::ValidationError(option,
+                                       "got the input '" + input + "', expected another file");
+        }
+    }
 }
 
 bool showsColours()
@@ -84,10 +99,13 @@ void declare(CLI::App& app, DumpOptions& options)
             options.colour = word == "always" || (word == "auto" && showsColours());
         },
         "auto, always or never (default: auto, on a terminal)");
+    app.add_option("--log", options.log, "Write the followed frames to a file, as candump -L does")
+        ->type_name("FILE");
     app.callback([ids, &options, own] {
         if (options.inputs.empty()) {
             options.inputs = {"-"};
         }
+        keepApart("--log", options.log, options);
         if (*own) {
             takeIds(ids->first, ids->second, options);
         }

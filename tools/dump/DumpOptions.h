@@ -14,6 +14,7 @@ struct DumpOptions {
     char times = 0; ///< As candump's option -t; 0: none.
     bool ascii = false;
     bool colour = false;
+    std::string log;                 ///< File; empty: none.
     std::vector<std::string> inputs; ///< Empty: standard input.
 };
 

@@ -7,6 +7,7 @@
 #include "dump/Output.h"
 
 #include <cerrno>
+#include <memory>
 #include <system_error>
 
 namespace {
@@ -49,28 +50,55 @@ Examples:
   velkcan-dump --stats candump-2024-01-31_120000.log
 )"};
 
+struct Outputs {
+    EndSignals signals;
+    Output lines{signals, ""};
+    std::unique_ptr<Output> log;
+
+    void flush()
+    {
+        lines.flush();
+        if (log) {
+            log->flush();
+        }
+    }
+    bool good() const { return lines.error() == 0 && (!log || log->error() == 0); }
+};
+
 /// Takes the frames of one input. @return whether it could be read.
-bool takeAll(const std::string& name, EndSignals& signals, Output& output, Dump& dump)
+bool takeAll(const std::string& name, Outputs& outputs, Dump& dump)
 {
     std::string remark;
+    bool complete = true;
+    const auto take = [&](const LoggedFrame& logged) {
+        if (dump.take(logged) && outputs.log) {
+            outputs.log->print(candumpLine(logged));
+        }
+    };
     try {
         const auto input = openInput(name);
-        const auto take = [&](const LoggedFrame& logged) { dump.take(logged); };
-        while (output.error() == 0 && signals.awaitInput(input->descriptor()) &&
+        while (outputs.good() && outputs.signals.awaitInput(input->descriptor()) &&
                input->read(take)) {
-            output.flush();
+            outputs.flush();
         }
         remark = input->remark();
     } catch (const std::exception& error) {
-        output.flush();
-        Tool::complain(description, error.what());
-        return false;
+        remark = error.what();
+        complete = false;
     }
-    output.flush();
+    outputs.flush();
     if (!remark.empty()) {
         Tool::complain(description, remark);
     }
-    return true;
+    return complete;
+}
+
+/// A reader that has ended is not an error.
+void checkWritten(const Output& output)
+{
+    if (output.error() != 0 && output.error() != EPIPE) {
+        throw Tool::Failure(Tool::exitOutput, output.complaint());
+    }
 }
 
 std::string noFrame(const DumpOptions& options)
@@ -78,32 +106,35 @@ std::string noFrame(const DumpOptions& options)
     const std::string ids = options.ids ? " of " + canIdText(options.ids->first) + " or " +
                                               canIdText(options.ids->second)
                                         : "";
-    return "got no frame" + ids + ", expected lines that candump logs or prints";
+    return "got no frame" + ids +
+           ", expected classic CAN data frames on a bus or in a log of candump";
 }
 
 int dump(const DumpOptions& options)
 {
-    EndSignals signals;
-    Output output(signals);
+    Outputs outputs;
+    if (!options.log.empty()) {
+        outputs.log = std::make_unique<Output>(outputs.signals, options.log);
+    }
     Dump dump(
-        options, [&](const std::string& line) { output.print(line); },
+        options, [&](const std::string& line) { outputs.lines.print(line); },
         [](const std::string& line) { Tool::complain(description, line); });
     bool complete = true;
     for (const std::string& name : options.inputs) {
-        if (!signals.arrived() && output.error() == 0) {
-            complete = takeAll(name, signals, output, dump) && complete;
+        if (!outputs.signals.arrived() && outputs.good()) {
+            complete = takeAll(name, outputs, dump) && complete;
         }
     }
     if (dump.frames() != 0) {
         dump.finish();
-        output.flush();
+        outputs.flush();
     }
-    if (output.error() == EPIPE) { // the reader has ended: not an error
+    checkWritten(outputs.lines);
+    if (outputs.log) {
+        checkWritten(*outputs.log);
+    }
+    if (outputs.lines.error() != 0) {
         return Tool::exitFine;
-    }
-    if (output.error() != 0) {
-        throw Tool::Failure(Tool::exitOutput, "cannot write standard output: " +
-                                                  std::generic_category().message(output.error()));
     }
     for (const std::string& remark : dump.remarks()) {
         Tool::complain(description, remark);
