@@ -25,6 +25,9 @@ std::string dumpOf(const std::string& log, const std::string& part, const DumpOp
     for (const std::string& remark : dump.remarks()) {
         print(remark);
     }
+    if (!options.svg.empty()) {
+        print(dump.picture());
+    }
     return printed;
 }
 
@@ -152,6 +155,31 @@ TEST(Dump, marksGuessesAndRecognisesIsoTp)
     }
 }
 
+TEST(Dump, drawsAPictureToScaleWithItsFaults)
+{
+    DumpOptions options;
+    options.svg = "x";
+    const auto arrows = [&](const std::string& log) {
+        const std::string svg = dumpOf(log, "<svg", options);
+        std::string found; // heights of the arrows, and the faults
+        for (std::size_t at = 0; (at = svg.find("<path d='M306.0 ", at)) != std::string::npos;
+             ++at) {
+            found += svg.substr(at + 16, svg.find('L', at) - at - 16) + ' ';
+        }
+        for (std::size_t at = 0; (at = svg.find("(", at)) != std::string::npos; ++at) {
+            found += svg.substr(at, svg.find(')', at) + 1 - at);
+        }
+        return found;
+    };
+    // The room for eight labels is 120 high.
+    EXPECT_EQ(arrows("(10) c 1#1014\n(14) c 2#31\n(15) c 1#21\n(16) c 2#32\n(18) c 1#1014\n"
+                     "(20) c 1#00\n"),
+              "48.0 96.0 108.0 120.0 144.0 168.0 (expected CF 0)(refused)(attempt 2)(invalid)");
+    EXPECT_EQ(arrows("c 1#0141\nc 1#0142\na<b 1#21\n"), "48.0 63.0 78.0 (no message)");
+    EXPECT_NE(dumpOf("c 1#0141\na<b 1#21\n", "<svg", options).find(">a&lt;b:001<"),
+              std::string::npos);
+}
+
 TEST(Dump, boundsWhatALogCanFill)
 {
     const auto repeat = [](unsigned int count, const auto& line) {
@@ -181,6 +209,11 @@ TEST(Dump, boundsWhatALogCanFill)
     for (const auto& [log, part, expected] : rows) {
         EXPECT_EQ(dumpOf(log, part), expected);
     }
+    DumpOptions drawn;
+    drawn.svg = "x";
+    EXPECT_EQ(dumpOf(repeat(1001, [](Text /*id*/, Text /*i*/) { return "c 1#0141\n"; }), "picture",
+                     drawn),
+              "too many frames or ids for the picture; frames left out: 1\n");
     // The median of a sample; shortest and longest are exact.
     const auto message = [](Text id, Text i) {
         return '(' + i + ") c 1#0141\n(" + i + ".0" + id.substr(4) + ") c 2#33\n";

@@ -4,6 +4,7 @@ set -u
 bin=$1
 readme=$2
 nodes=$3
+docs=$(cd -- "$(dirname -- "$0")/../../docs" && pwd)
 scratch=$(mktemp -d)
 trap 'kill -KILL $(jobs -p) 2>/dev/null; rm -rf -- "$scratch"' EXIT
 cd "$scratch" || exit 1
@@ -152,6 +153,11 @@ a-wait-for-input 0 stalled out
 a-wait-for-its-reader 4 log stalled
 ROWS
 expect "the message that ends with a signal" "001 -> ???  incomplete, attempt 4, 1 byte  41" "$(tail -n 1 out)"
+
+"$bin/velkcan-dump" --svg ladder.svg "$docs/ladder.log" >out
+expect "the picture in docs, which scripts/picture draws" "" "$(cmp ladder.svg "$docs/ladder.svg" 2>&1)"
+"$bin/velkcan-dump" --svg /dev/full log >out 2>err
+expect "a picture on a full disk" "4 velkcan-dump: cannot write '/dev/full': No space left on device" "$? $(cat err)"
 
 # What cannot be printed shows in the status, unless the reader has seen enough.
 for arguments in --help log; do

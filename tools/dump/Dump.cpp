@@ -83,7 +83,7 @@ void Dump::finish()
         track(sent);
     }
     for (auto& [sender, direction] : directions) {
-        report(sender, direction, direction.tracker.end());
+        report(sender, direction, direction.tracker.end(), taken);
     }
     if (options.stats) {
         printTable();
@@ -118,6 +118,7 @@ std::vector<std::string> Dump::remarks() const
     add(ofFurtherInterfaces, "too many interfaces; frames left out: ");
     add(ofFurtherIds, "too many ids; frames that are in no message: ");
     add(finder.dropped(), "too many frames without an answer; frames that are in no message: ");
+    add(ladder.leftOut(), "too many frames or ids for the picture; frames left out: ");
     add(finder.crowded(), "answers that fit too many ids, so that only the latest count: ");
     if (guessed) {
         lines.emplace_back("a peer with a ? is a guess, which -s and -d settle");
@@ -176,15 +177,23 @@ std::string Dump::frameText(const SentFrame& sent) const
 void Dump::track(const SentFrame& sent)
 {
     const bool answer = isAnswer(sent);
-    auto direction = directions.find(sent.sender);
-    if (answer && direction != directions.end()) {
-        const auto& peer = direction->second.peer;
+    const auto own = directions.find(sent.sender);
+    auto direction = own;
+    if (answer && own != directions.end()) {
+        const auto& peer = own->second.peer;
         direction = peer ? directions.find(*peer) : directions.end();
     }
+    std::string remark;
     if (direction != directions.end()) {
         MessageTracker& tracker = direction->second.tracker;
         report(direction->first, direction->second,
-               answer ? tracker.answer(sent) : tracker.data(sent));
+               answer ? tracker.answer(sent) : tracker.data(sent), sent.number);
+        remark = tracker.remark();
+    }
+    if (!options.svg.empty()) {
+        const bool known = own != directions.end() && own->second.peer;
+        ladder.add(sent, names.text(sent.sender), known ? names.text(*own->second.peer) : "",
+                   remark);
     }
 }
 
@@ -197,11 +206,15 @@ void Dump::track(const std::vector<FoundPair>& pairs)
     }
 }
 
-void Dump::report(Sender sender, Direction& direction, const std::optional<TrackedMessage>& message)
+void Dump::report(Sender sender, Direction& direction, const std::optional<TrackedMessage>& message,
+                  std::uint64_t last)
 {
     if (message) {
         if (options.stats) {
             direction.statistics.add(*message);
+        }
+        if (!options.svg.empty()) {
+            ladder.end(names.text(sender), message->outcome, last);
         }
         if (listing) {
             print(stamps.indent() + coloured(colourOf(message->outcome),

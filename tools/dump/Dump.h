@@ -3,6 +3,7 @@
 #include "dump/CandumpLine.h"
 #include "dump/DumpOptions.h"
 #include "dump/IsoTpHint.h"
+#include "dump/LadderPicture.h"
 #include "dump/MessageStatistics.h"
 #include "dump/MessageTracker.h"
 #include "dump/PairFinder.h"
@@ -25,6 +26,8 @@ public:
     bool take(const LoggedFrame& logged);
     /// Call this at the end of the log: prints the unfinished messages and the table.
     void finish();
+    /// Call this after finish(). @return the picture, if that is an option.
+    std::string picture() const { return ladder.svg(timed); }
     /// @return how many frames of the followed ids were taken.
     std::size_t frames() const { return taken; }
     /// Call this after finish(). @return what the reader has to know about the lines.
@@ -50,7 +53,8 @@ private:
     std::string coloured(const char* colour, const std::string& line) const;
     void track(const SentFrame& sent);
     void track(const std::vector<FoundPair>& pairs);
-    void report(Sender sender, Direction& direction, const std::optional<TrackedMessage>& message);
+    void report(Sender sender, Direction& direction, const std::optional<TrackedMessage>& message,
+                std::uint64_t last);
     void printTable() const;
     void checkTime(const LogTime& time);
 
@@ -64,6 +68,7 @@ private:
     TimeStamps stamps;
     SenderNames names;
     PairFinder finder;
+    LadderPicture ladder;
     bool guessed = false; ///< A peer was guessed.
     IsoTpHint isoTp;
     std::map<Sender, Direction> directions;

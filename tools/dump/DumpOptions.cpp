@@ -101,11 +101,16 @@ void declare(CLI::App& app, DumpOptions& options)
         "auto, always or never (default: auto, on a terminal)");
     app.add_option("--log", options.log, "Write the followed frames to a file, as candump -L does")
         ->type_name("FILE");
+    app.add_option("--svg", options.svg,
+                   "Draw the ladder of the followed frames, at most 1000, as a\n"
+                   "picture with the times to scale")
+        ->type_name("FILE");
     app.callback([ids, &options, own] {
         if (options.inputs.empty()) {
             options.inputs = {"-"};
         }
         keepApart("--log", options.log, options);
+        keepApart("--svg", options.svg, options);
         if (*own) {
             takeIds(ids->first, ids->second, options);
         }

@@ -15,6 +15,7 @@ struct DumpOptions {
     bool ascii = false;
     bool colour = false;
     std::string log;                 ///< File; empty: none.
+    std::string svg;                 ///< The same.
     std::vector<std::string> inputs; ///< Empty: standard input.
 };
 

@@ -16,6 +16,8 @@ std::optional<TrackedMessage> MessageTracker::data(const SentFrame& sent)
 {
     const auto& frame = sent.frame;
     const unsigned int low = lowNibbleOf(frame.data);
+    const bool valid = startsMessage(frame.data) || kindOf(frame.data) == CTP_CONSECUTIVE_FRAME;
+    lastRemark = valid ? "" : "invalid";
     switch (kindOf(frame.data)) {
     case CTP_SINGLE_FRAME:
         return start(sent, low, frame.data + 1, std::min(low, singleFrameBytes));
@@ -34,6 +36,7 @@ std::optional<TrackedMessage> MessageTracker::data(const SentFrame& sent)
 
 std::optional<TrackedMessage> MessageTracker::answer(const SentFrame& sent)
 {
+    lastRemark.clear();
     // Without an attempt in progress, an answer is late or a duplicate, and ends nothing.
     switch (codeOf(sent.frame.data)) {
     case CTP_FC_READY_TO_RECEIVE:
@@ -41,6 +44,7 @@ std::optional<TrackedMessage> MessageTracker::answer(const SentFrame& sent)
         break;
     case CTP_FC_NOT_READY_TO_RECEIVE:
     case CTP_FC_NOT_ACKNOWLEDGE:
+        lastRemark = "refused";
         return close(Outcome::refused, sent.time);
     case CTP_FC_ACKNOWLEDGE:
         acknowledged = acknowledged || underWay;
@@ -65,6 +69,9 @@ std::optional<TrackedMessage> MessageTracker::start(const SentFrame& sent, std::
     }
     ++current.attempt;
     ++attemptsInRow;
+    if (again) {
+        lastRemark = "attempt " + std::to_string(current.attempt);
+    }
     current.length = length;
     current.bytes.assign(bytes, bytes + count);
     nextNumber = 0;
@@ -76,7 +83,10 @@ std::optional<TrackedMessage> MessageTracker::start(const SentFrame& sent, std::
 
 void MessageTracker::append(const CANTransportThread::TPCANMsg& frame)
 {
-    gap = gap || lowNibbleOf(frame.data) != nextNumber;
+    if (!underWay || (!gap && lowNibbleOf(frame.data) != nextNumber)) {
+        lastRemark = underWay ? "expected CF " + std::to_string(nextNumber) : "no message";
+        gap = true;
+    }
     if (!gap && underWay) {
         const std::size_t missing = current.length - current.bytes.size();
         current.bytes.insert(current.bytes.end(), frame.data + 1,

@@ -3,6 +3,7 @@
 #include "dump/SentFrame.h"
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 /// The outcome of one attempt to send a message.
@@ -30,6 +31,8 @@ public:
     std::optional<TrackedMessage> data(const SentFrame& sent);
     /// Takes a flow control of the peer. @return the attempt that it ends.
     std::optional<TrackedMessage> answer(const SentFrame& sent);
+    /// @return what is wrong with the frame that was taken last, or new; empty: nothing.
+    const std::string& remark() const { return lastRemark; }
     /// Call this at the end of the log. @return the attempt that is still in progress.
     std::optional<TrackedMessage> end() { return close(Outcome::incomplete, std::nullopt); }
 
@@ -47,4 +50,5 @@ private:
     CANTransportThread::TPCANMsg head{}; ///< First frame of the message.
     LogTime started;
     TrackedMessage current;
+    std::string lastRemark;
 };

@@ -18,7 +18,8 @@ constexpr Tool::Description description{
 Prints each frame in words. After the frame that ends a message it prints the whole message and its outcome: acknowledged;
 refused, by code 0 or 2; restarted, that is, sent again before an answer; or incomplete.
 )",
-    "[-s ID -d ID] [-t a|d|z|A] [-a] [--color WHEN] [--ladder] [--stats] [BUS | FILE...]",
+    "[-s ID -d ID] [-t a|d|z|A] [-a] [--color WHEN] [--ladder] [--stats] [--log FILE] [--svg FILE] "
+    "[BUS | FILE...]",
     R"(Without -s and -d all ids are followed, and the log has to show which id answers which: an
 answer belongs to an id that waits for it, a ready answer to an id that has sent a first
 frame, an acknowledgement to an id that has sent a whole message. While several ids wait,
@@ -53,7 +54,8 @@ Examples:
 struct Outputs {
     EndSignals signals;
     Output lines{signals, ""};
-    std::unique_ptr<Output> log;
+    std::unique_ptr<Output> log{};
+    std::unique_ptr<Output> picture{};
 
     void flush()
     {
@@ -116,6 +118,9 @@ int dump(const DumpOptions& options)
     if (!options.log.empty()) {
         outputs.log = std::make_unique<Output>(outputs.signals, options.log);
     }
+    if (!options.svg.empty()) {
+        outputs.picture = std::make_unique<Output>(outputs.signals, options.svg);
+    }
     Dump dump(
         options, [&](const std::string& line) { outputs.lines.print(line); },
         [](const std::string& line) { Tool::complain(description, line); });
@@ -128,10 +133,15 @@ int dump(const DumpOptions& options)
     if (dump.frames() != 0) {
         dump.finish();
         outputs.flush();
+        if (outputs.picture) {
+            outputs.picture->print(dump.picture());
+            outputs.picture->flush();
+        }
     }
-    checkWritten(outputs.lines);
-    if (outputs.log) {
-        checkWritten(*outputs.log);
+    for (const Output* output : {&outputs.lines, outputs.log.get(), outputs.picture.get()}) {
+        if (output != nullptr) {
+            checkWritten(*output);
+        }
     }
     if (outputs.lines.error() != 0) {
         return Tool::exitFine;
