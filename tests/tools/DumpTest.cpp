@@ -166,7 +166,7 @@ TEST(Dump, drawsAPictureToScaleWithItsFaults)
              ++at) {
             found += svg.substr(at + 16, svg.find('L', at) - at - 16) + ' ';
         }
-        for (std::size_t at = 0; (at = svg.find("(", at)) != std::string::npos; ++at) {
+        for (std::size_t at = 0; (at = svg.find('(', at)) != std::string::npos; ++at) {
             found += svg.substr(at, svg.find(')', at) + 1 - at);
         }
         return found;

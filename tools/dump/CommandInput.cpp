@@ -24,6 +24,9 @@ CommandInput::Started CommandInput::start(const std::string& command)
     }
     Started started{aboveStandardStreams(Descriptor(ends[0])), -1};
     const Descriptor other = aboveStandardStreams(Descriptor(ends[1]));
+    if (started.socket.get() == -1 || other.get() == -1) {
+        fail(errno);
+    }
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, other.get(), STDIN_FILENO);

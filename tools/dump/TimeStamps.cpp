@@ -41,7 +41,7 @@ std::string TimeStamps::next(const LogTime& time)
     if (!time) {
         return indent();
     }
-    const std::string text = format(*time) + ' ';
+    std::string text = format(*time) + ' ';
     width = text.size();
     return text;
 }

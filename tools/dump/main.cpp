@@ -37,8 +37,8 @@ with its name: can1:123. Times need the stamps of candump -L, or of -t a, z or A
 by then is printed.
 
 The latest 32 ids that wait count for an answer. Up to 256 interfaces, 32768 ids and 65536
-frames without an answer are followed; stderr reports what was left out. Of a thousand or
-more acknowledged messages, a sample gives the median.
+frames without an answer are followed; stderr reports what was left out. The median of
+more than 1024 messages is that of a sample.
 
 Exit status: 0 success; 1 no frame in the input; 2 wrong arguments; 3 an input cannot be
 read, or the bus is lost; 4 the output cannot be written.
