@@ -15,8 +15,9 @@ namespace {
 constexpr Tool::Description description{
     "velkcan-dump",
     R"(Listens on a bus and sends nothing, or reads what candump logs (candump -L) or prints.
-Prints each frame in words. After the frame that ends a message it prints the whole message and its outcome: acknowledged;
-refused, by code 0 or 2; restarted, that is, sent again before an answer; or incomplete.
+Prints each frame in words. After the frame that ends a message it prints the whole
+message and its outcome: acknowledged; refused, by code 0 or 2; restarted, that is, sent
+again before an answer; or incomplete.
 )",
     "[-s ID -d ID] [-t a|d|z|A] [-a] [--color WHEN] [--ladder] [--stats] [--log FILE] [--svg FILE] "
     "[BUS | FILE...]",
@@ -37,8 +38,8 @@ with its name: can1:123. Times need the stamps of candump -L, or of -t a, z or A
 by then is printed.
 
 The latest 32 ids that wait count for an answer. Up to 256 interfaces, 32768 ids and 65536
-frames without an answer are followed; stderr reports what was left out. The median of
-more than 1024 messages is that of a sample.
+frames without an answer are followed; stderr reports what was left out. The
+median of more than 1024 messages is that of a sample.
 
 Exit status: 0 success; 1 no frame in the input; 2 wrong arguments; 3 an input cannot be
 read, or the bus is lost; 4 the output cannot be written.
