@@ -43,7 +43,7 @@ function finish(    count, i, names, name, takesFile)
     sub(/^ +/, "", text)
     next
 }
-/^ {20,}[^ ]/ && option != "" {
+/^                    +[^ ]/ && option != "" {
     sub(/^ +/, "")
     text = text " " $0
     next

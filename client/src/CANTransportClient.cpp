@@ -30,7 +30,6 @@ public:
 
     ~Core()
     {
-        const std::lock_guard<std::mutex> order(lifecycle);
         queue.close();
         mover.reset();
     }
@@ -69,7 +68,7 @@ private:
     }
 
     StatusFilter filter;
-    std::mutex lifecycle; ///< Serialises reconnect() and the destructor.
+    std::mutex lifecycle; ///< Serialises the calls of reconnect().
     std::unique_ptr<Mover> mover;
 };
 

@@ -159,8 +159,9 @@ TEST(Gate, hasRoomForTheLongestMessageAndCountsWhatItDrops)
     EXPECT_EQ(dropped.ownRefusals, 1U);
     EXPECT_EQ(dropped.ownFrames, 2U + 63U);
     CANTransportGate holding;
-    play(">S out >1 <3 >S", holding);
+    play(">S out >1 <3 >S >2 >0", holding);
     EXPECT_EQ(holding.counters().acknowledgements, 1U) << "held back, and then too late";
+    EXPECT_EQ(holding.counters().ownRefusals, 1U) << "the peer has stopped";
 }
 
 TEST(Retrial, triesAgainWhileThePeerIsHeardAndTheCallerWaits)

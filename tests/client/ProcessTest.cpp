@@ -66,6 +66,7 @@ int countDeafThreads()
 
 TEST(Process, startsACommandAsAShellWould)
 {
+    const Descriptor inheritable(dup(STDERR_FILENO)); // before others take the lowest number
     const TemporaryBus folder;
     const std::string file = folder.path() + "2";
     sigset_t blocked;
@@ -74,7 +75,6 @@ TEST(Process, startsACommandAsAShellWould)
     sigaddset(&blocked, SIGTERM);
     signal(SIGPIPE, SIG_IGN);
     pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
-    const Descriptor inheritable(dup(STDERR_FILENO));
     const int before = countDeafThreads();
     {
         CANTransportClient client("exec:(echo $0; ls /proc/self/fd; s=/proc/self/status;"

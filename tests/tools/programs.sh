@@ -4,6 +4,7 @@ set -u
 bin=$1
 readme=$2
 nodes=$3
+docs=$(cd -- "$(dirname -- "$0")/../../docs" && pwd)
 scratch=$(mktemp -d)
 trap 'kill -KILL $(jobs -p) 2>/dev/null; rm -rf -- "$scratch"' EXIT
 cd "$scratch" || exit 1
@@ -67,6 +68,23 @@ receive -n 2
 expect "the status of lines, two of them wrong" 2 "$(send --lines <lines; echo $?)"
 wait "$receiver"
 expect "lines" "01 02/0A/ 3 4" "$(tr '\n' / <out) $(sed 's/.*line \([0-9]*\):.*/\1/' send.err | xargs)"
+
+# What a live dump records reads back the same. Messages go out until it has seen one.
+"$bin/velkcan-dump" -t a --log live.log unix:bus >live 2>live.err &
+dumper=$!
+receive -l
+until grep -q acknowledged live || ! kill -0 "$dumper"; do send -D 20; done
+kill -INT "$dumper"
+wait "$dumper"
+expect "the status of a live dump" "0 0" "$? $(wc -c <live.err)"
+"$bin/velkcan-dump" -t a --log again.log live.log >again
+expect "a recorded bus" "" "$(cmp live again; cmp live.log again.log)"
+"$bin/velkcan-dump" --log live.log - <live.log 2>err
+expect "a record over its input" "2 1" "$? $(grep -c -e --log err)"
+expect "the input" "" "$(cmp live.log again.log)"
+"$bin/velkcan-dump" "exec:cat /etc/passwd" >out 2>err
+expect "a dump of what are no records" "3 velkcan-dump: exec:cat /etc/passwd: the bus is lost" "$? $(cat err)"
+kill "$receiver"
 
 # The example greets its peer and sends each message back. Its answer can arrive before the sender of the
 # message has ended, which then takes the answer too: so a receiver runs all the time.
@@ -142,7 +160,41 @@ expect "no bus" 3 "$(send -D 1; echo $?)"
 
 expect "a log in words" "123  [2]  SF len 1   41/123 -> 321  acknowledged, 1 byte  41/321  [1]  FC acknowledge/" \
     "$(printf '(1) can0 123#0141\nnothing\n(2) can0 321#33\n' | "$bin/velkcan-dump" 2>err | sort | tr '\n' /)"
-expect "the complaint about skipped lines" "velkcan-dump: skipped 1 line without a classic CAN data frame" "$(cat err)"
+expect "the complaint about skipped lines" \
+    "velkcan-dump: standard input: skipped 1 of 3 lines, without a classic CAN data frame" "$(cat err)"
+
+# The first signal ends a dump at any point, and what it knows is printed if someone reads it.
+printf 'c 1#0141\n%.0s' {1..9999} >log
+mkfifo stalled
+exec 7<>stalled
+: >out
+while read -r what status input output; do
+    "$bin/velkcan-dump" log "$input" >"$output" 2>err &
+    dumper=$!
+    until [ -s out ] || grep -q '^State:.S' "/proc/$dumper/status"; do sleep 0.01; done
+    sleep 0.2
+    kill -TERM "$dumper"
+    wait "$dumper"
+    expect "the status of a dump that is ended in $what" "$status" $?
+done <<'ROWS'
+an-endless-line 0 /dev/zero out
+a-wait-for-input 0 stalled out
+a-wait-for-its-reader 4 log stalled
+ROWS
+expect "the message that ends with a signal" "001 -> ???  incomplete, attempt 4, 1 byte  41" "$(tail -n 1 out)"
+
+"$bin/velkcan-dump" --svg ladder.svg "$docs/ladder.log" >out
+expect "the picture in docs, which scripts/picture draws" "" "$(cmp ladder.svg "$docs/ladder.svg" 2>&1)"
+"$bin/velkcan-dump" --svg /dev/full log >out 2>err
+expect "a picture on a full disk" "4 velkcan-dump: cannot write '/dev/full': No space left on device" "$? $(cat err)"
+
+# What cannot be printed shows in the status, unless the reader has seen enough.
+for arguments in --help log; do
+    "$bin/velkcan-dump" "$arguments" >/dev/full 2>err
+    expect "dump $arguments on a full disk" "4 1" "$? $(wc -l <err)"
+    "$bin/velkcan-dump" "$arguments" 2>err | head -n 1 >out
+    expect "dump $arguments for head" "0 0 1" "${PIPESTATUS[0]} $(wc -c <err) $(wc -l <out)"
+done
 
 # Each wrong argument: one line on stderr that names it, nothing on stdout, status 2.
 while read -r tool given arguments; do
@@ -176,6 +228,8 @@ proxy 123~800 --accept 123~800 can0
 dump -d -s 1
 dump 800 -s 800 -d 1
 dump --raw --raw
+dump e -t e
+dump red --color red
 ROWS
 expect "a bad token" "velkcan-send: position 4: got 'x', expected two hexadecimal digits for each \
 byte, as in 'DE AD BEEF'" "$(echo '00 xy' | send; cat send.err)"

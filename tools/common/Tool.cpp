@@ -20,8 +20,9 @@ Exit status:
   0  success; for velkcan-bus, velkcan-dump and velkcan-proxy also the end by a signal
   1  failure: a message was given up or did not arrive, a log has no frame
   2  wrong arguments or input
-  3  the bus cannot be reached or is lost
-  4  the output cannot be written, or is no longer read
+  3  the bus cannot be reached or is lost, a log cannot be read
+  4  the output cannot be written, or is no longer read; velkcan-dump: 0
+     if its reader has seen enough
   128 + N  velkcan-send or velkcan-recv was ended by signal N
 )";
 

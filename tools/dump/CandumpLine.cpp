@@ -1,6 +1,8 @@
 #include "dump/CandumpLine.h"
 
 #include "common/CANId.h"
+#include "dump/DumpLines.h"
+#include "dump/TimeStamps.h"
 
 #include <algorithm>
 #include <cmath>
@@ -38,8 +40,9 @@ LogTime parseTime(const std::string& text)
     const char* const fraction = strptime(text.c_str(), "%Y-%m-%d %H:%M:%S", &date);
     const char* const number = fraction == nullptr ? text.c_str() : fraction;
     char* end = nullptr;
+    date.tm_isdst = -1; // candump prints the local time
     const double seconds = std::strtod(number, &end) +
-                           (fraction == nullptr ? 0.0 : static_cast<double>(timegm(&date)));
+                           (fraction == nullptr ? 0.0 : static_cast<double>(mktime(&date)));
     if (end == number || *end != '\0' || !(seconds >= 0 && seconds < latestSeconds)) {
         return std::nullopt;
     }
@@ -58,6 +61,9 @@ LogTime takeTime(std::string_view& line)
     line.remove_prefix(end + 1);
     return parseTime(stamp);
 }
+
+/// No byte of a line may act on a terminal.
+bool isPrintable(char byte) { return (byte >= ' ' && byte <= '~') || byte == '\t' || byte == '\r'; }
 
 bool takeBytes(const Words& bytes, Frame& frame)
 {
@@ -106,6 +112,9 @@ bool takeColumns(const Words& words, Frame& frame)
 
 std::optional<LoggedFrame> parseCandumpLine(const std::string& line)
 {
+    if (!std::all_of(line.begin(), line.end(), isPrintable)) {
+        return std::nullopt;
+    }
     LoggedFrame logged;
     std::string_view rest = line;
     logged.time = takeTime(rest);
@@ -126,6 +135,12 @@ std::optional<LoggedFrame> parseCandumpLine(const std::string& line)
         return std::nullopt;
     }
     logged.frame.canID = *id;
-    logged.sender = canIdText(*id);
     return logged;
+}
+
+std::string candumpLine(const LoggedFrame& logged)
+{
+    const auto& frame = logged.frame;
+    return absoluteStamp(logged.time.value_or(std::chrono::microseconds(0))) + ' ' + logged.bus +
+           ' ' + canIdText(frame.canID) + '#' + hexText(frame.data, frame.len, "");
 }

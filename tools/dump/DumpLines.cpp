@@ -10,16 +10,19 @@ namespace {
 
 constexpr std::size_t widthOfWords = 9; ///< Only long messages and answers need more.
 
-std::string hexText(const std::uint8_t* bytes, std::size_t count)
+std::string column(const std::uint8_t* bytes, std::size_t count)
 {
-    constexpr const char* digits = "0123456789ABCDEF";
+    return (count == 0 ? "" : "  ") + hexText(bytes, count, " ");
+}
+
+/// @return the characters as candump -a prints them.
+std::string asciiText(const std::uint8_t* bytes, std::size_t count)
+{
     std::string text;
     for (std::size_t i = 0; i < count; ++i) {
-        text += i == 0 ? "  " : " ";
-        text += digits[bytes[i] >> 4];
-        text += digits[bytes[i] & 0x0F];
+        text += bytes[i] >= ' ' && bytes[i] <= '~' ? static_cast<char>(bytes[i]) : '.';
     }
-    return text;
+    return "  '" + text + "'";
 }
 
 const char* outcomeWord(Outcome outcome)
@@ -39,22 +42,39 @@ const char* outcomeWord(Outcome outcome)
 
 } // namespace
 
-std::string frameLine(const LoggedFrame& logged)
+std::string hexText(const std::uint8_t* bytes, std::size_t count, const char* between)
 {
-    const auto& frame = logged.frame;
+    constexpr const char* digits = "0123456789ABCDEF";
+    std::string text;
+    for (std::size_t i = 0; i < count; ++i) {
+        text += i == 0 ? "" : between;
+        text += digits[bytes[i] >> 4];
+        text += digits[bytes[i] & 0x0F];
+    }
+    return text;
+}
+
+std::string frameLine(const std::string& sender, const SentFrame& sent, bool ascii)
+{
+    const auto& frame = sent.frame;
     std::string words = frameWords(frame);
     words.resize(std::max(words.size(), widthOfWords), ' ');
     const bool first = CANTransportFrame::kindOf(frame.data) == CANTransportFrame::CTP_FIRST_FRAME;
     const std::size_t head = first ? 2 : 1;
-    std::string bytes = hexText(frame.data + head, std::max<std::size_t>(frame.len, head) - head);
-    if (isAnswer(logged) && bytes.find_first_not_of(" 0") == std::string::npos) {
+    const std::size_t count = std::max<std::size_t>(frame.len, head) - head;
+    std::string bytes = column(frame.data + head, count);
+    if (isAnswer(sent) && bytes.find_first_not_of(" 0") == std::string::npos) {
         bytes.clear(); // they have no meaning, and every receiver ignores them
+    } else if (ascii) {
+        constexpr std::size_t widthOfBytes = 22; ///< Of the seven after a short head.
+        bytes.resize(widthOfBytes, ' ');
+        bytes += asciiText(frame.data + head, count);
     }
-    return logged.sender + "  [" + std::to_string(frame.len) + "]  " + words + bytes;
+    return sender + "  [" + std::to_string(frame.len) + "]  " + words + bytes;
 }
 
 std::string messageLine(const std::string& from, const std::string& to,
-                        const TrackedMessage& message)
+                        const TrackedMessage& message, bool ascii)
 {
     std::string line = from + " -> " + to + "  " + outcomeWord(message.outcome);
     if (message.attempt > 1) {
@@ -65,5 +85,6 @@ std::string messageLine(const std::string& from, const std::string& to,
         line += std::to_string(message.bytes.size()) + " of ";
     }
     return line + std::to_string(message.length) + (message.length == 1 ? " byte" : " bytes") +
-           hexText(message.bytes.data(), message.bytes.size());
+           column(message.bytes.data(), message.bytes.size()) +
+           (ascii ? asciiText(message.bytes.data(), message.bytes.size()) : "");
 }

@@ -4,9 +4,13 @@
 
 #include <string>
 
-/// @return id, length, the frame's head in words, and the bytes after the head.
-std::string frameLine(const LoggedFrame& logged);
+/// @return the bytes in hexadecimal, with a text between them.
+std::string hexText(const std::uint8_t* bytes, std::size_t count, const char* between);
 
-/// @return sender and receiver of the message, its outcome, and its bytes.
+/// @return id, length, the frame's head in words, and the bytes after the head. @param ascii whether the
+/// characters of the bytes follow.
+std::string frameLine(const std::string& sender, const SentFrame& sent, bool ascii);
+
+/// @return sender and receiver of the message, its outcome, and its bytes. @param ascii as above.
 std::string messageLine(const std::string& from, const std::string& to,
-                        const TrackedMessage& message);
+                        const TrackedMessage& message, bool ascii);

@@ -13,12 +13,12 @@ std::string milliseconds(std::chrono::microseconds duration)
     return text;
 }
 
-std::string tableLine(const std::string& direction, const std::vector<std::string>& columns)
+std::string tableLine(const std::string& direction, std::size_t width,
+                      const std::vector<std::string>& columns)
 {
-    constexpr std::size_t directionWidth = 10;
     constexpr std::size_t columnWidth = 14;
     std::string line = direction;
-    line.resize(std::max(line.size(), directionWidth), ' ');
+    line.resize(std::max({line.size(), width, std::size_t{10}}), ' ');
     for (const std::string& column : columns) {
         line += std::string(columnWidth - std::min(column.size(), columnWidth - 1), ' ') + column;
     }
@@ -33,32 +33,52 @@ void MessageStatistics::add(const TrackedMessage& message)
     acknowledged += message.outcome == Outcome::acknowledged ? 1 : 0;
     refusals += message.outcome == Outcome::refused ? 1 : 0;
     if (message.duration) {
-        durations.push_back(*message.duration);
+        add(*message.duration);
     }
 }
 
-std::string MessageStatistics::header()
+void MessageStatistics::add(Duration duration)
 {
-    return tableLine("direction", {"messages", "acknowledged", "retries", "refusals", "min ms",
-                                   "median ms", "max ms"});
+    constexpr std::size_t mostKept = 1024;
+    shortest = std::min(shortest, duration);
+    longest = std::max(longest, duration);
+    if (durations++ % step != 0) {
+        return;
+    }
+    if (sample.size() == mostKept) { // keeps every second one
+        for (std::size_t i = 0; i < mostKept / 2; ++i) {
+            sample[i] = sample[2 * i];
+        }
+        sample.resize(mostKept / 2);
+        step *= 2;
+    }
+    sample.push_back(duration);
 }
 
-std::string MessageStatistics::row(const std::string& direction, bool timed) const
+std::string MessageStatistics::header(std::size_t width)
+{
+    return tableLine(
+        "direction", width,
+        {"messages", "acknowledged", "retries", "refusals", "min ms", "median ms", "max ms"});
+}
+
+std::string MessageStatistics::row(const std::string& direction, std::size_t width,
+                                   bool timed) const
 {
     std::vector<std::string> columns;
     for (const std::size_t count : {messages, acknowledged, retries, refusals}) {
         columns.push_back(std::to_string(count));
     }
-    auto sorted = durations;
+    auto sorted = sample;
     std::sort(sorted.begin(), sorted.end());
     if (timed && !sorted.empty()) {
         const std::size_t last = sorted.size() - 1;
         const auto median = (sorted[last / 2] + sorted[sorted.size() / 2]) / 2;
-        for (const auto duration : {sorted.front(), median, sorted.back()}) {
+        for (const auto duration : {shortest, median, longest}) {
             columns.push_back(milliseconds(duration));
         }
     } else {
         columns.insert(columns.end(), 3, "-");
     }
-    return tableLine(direction, columns);
+    return tableLine(direction, width, columns);
 }

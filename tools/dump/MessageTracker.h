@@ -1,8 +1,9 @@
 #pragma once
 
-#include "dump/CandumpLine.h"
+#include "dump/SentFrame.h"
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 /// The outcome of one attempt to send a message.
@@ -27,14 +28,16 @@ struct TrackedMessage {
 class MessageTracker {
 public:
     /// Takes a frame of the sender other than a flow control. @return the attempt that it ends.
-    std::optional<TrackedMessage> data(const LoggedFrame& logged);
+    std::optional<TrackedMessage> data(const SentFrame& sent);
     /// Takes a flow control of the peer. @return the attempt that it ends.
-    std::optional<TrackedMessage> answer(const LoggedFrame& logged);
+    std::optional<TrackedMessage> answer(const SentFrame& sent);
+    /// @return what is wrong with the frame that was taken last, or new; empty: nothing.
+    const std::string& remark() const { return lastRemark; }
     /// Call this at the end of the log. @return the attempt that is still in progress.
     std::optional<TrackedMessage> end() { return close(Outcome::incomplete, std::nullopt); }
 
 private:
-    std::optional<TrackedMessage> start(const LoggedFrame& logged, std::size_t length,
+    std::optional<TrackedMessage> start(const SentFrame& sent, std::size_t length,
                                         const std::uint8_t* bytes, std::size_t count);
     std::optional<TrackedMessage> close(Outcome outcome, const LogTime& time);
     void append(const CANTransportThread::TPCANMsg& frame);
@@ -47,4 +50,5 @@ private:
     CANTransportThread::TPCANMsg head{}; ///< First frame of the message.
     LogTime started;
     TrackedMessage current;
+    std::string lastRemark;
 };

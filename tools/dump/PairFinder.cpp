@@ -1,7 +1,5 @@
 #include "dump/PairFinder.h"
 
-#include "velk/CANTransportFrame.h"
-
 #include <algorithm>
 #include <iterator>
 
@@ -10,33 +8,40 @@ using namespace CANTransportFrame;
 namespace {
 
 constexpr std::size_t mostFramesKept = 65536;
+/// An answer comes soon, so these are the ids that have sent last.
+constexpr std::size_t mostCandidates = 32;
+constexpr int mostLookedAt = 256; ///< To find them.
 
 /// In the answer of an endpoint, only zeros follow the code; other traffic seldom looks like this.
-bool looksLikeAnAnswer(const LoggedFrame& logged)
+bool looksLikeAnAnswer(const SentFrame& sent)
 {
-    const auto& data = logged.frame.data;
-    return isAnswer(logged) && codeOf(data) <= CTP_FC_ACKNOWLEDGE &&
+    const auto& data = sent.frame.data;
+    return isAnswer(sent) && codeOf(data) <= CTP_FC_ACKNOWLEDGE &&
            std::all_of(data + 1, std::end(data), [](std::uint8_t byte) { return byte == 0; });
 }
 
+bool isEarlier(const SentFrame& left, const SentFrame& right) { return left.number < right.number; }
+
 } // namespace
 
-std::vector<FoundPair> PairFinder::take(const LoggedFrame& logged)
+std::vector<FoundPair> PairFinder::take(const SentFrame& sent)
 {
-    if (frames.size() == mostFramesKept) { // and none of them has been answered
-        frames.clear();
-        stations.clear();
+    if (framesKept == mostFramesKept) { // and none of them has been answered
+        drop();
     }
-    ++number;
-    frames.push_back(logged);
-    Station& station = stations[logged.sender];
+    ++framesKept;
+    Station& station = stations[sent.sender];
+    station.frames.push_back(sent);
     std::vector<FoundPair> found;
-    if (looksLikeAnAnswer(logged)) {
-        answer(logged.sender, codeOf(logged.frame.data));
-        settle(found);
-    } else if (kindOf(logged.frame.data) < CTP_FLOW_CONTROL) {
-        send(station, logged.frame);
-        station.sentAt = number;
+    if (looksLikeAnAnswer(sent)) {
+        answer(sent.sender, codeOf(sent.frame.data));
+        station.answeredAt = sent.number;
+        settle({sent.sender}, found);
+    } else if (kindOf(sent.frame.data) < CTP_FLOW_CONTROL) {
+        send(station, sent.frame);
+        latest.erase(station.sentAt);
+        station.sentAt = sent.number;
+        latest.emplace(sent.number, sent.sender);
     }
     return found;
 }
@@ -58,83 +63,153 @@ void PairFinder::send(Station& station, const CANTransportThread::TPCANMsg& fram
     }
 }
 
-bool PairFinder::fits(const Station& sender, const Station& answerer, flowcontrol_t code)
+bool PairFinder::fits(Stage stage, flowcontrol_t code)
 {
-    const bool unanswered = sender.sentAt > answerer.answeredAt;
     switch (code) {
     case CTP_FC_READY_TO_RECEIVE:
-        return sender.stage == Stage::firstFrame && unanswered;
+        return stage == Stage::firstFrame;
     case CTP_FC_ACKNOWLEDGE:
-        return (sender.stage == Stage::whole || sender.stage == Stage::unknown) && unanswered;
-    case CTP_FC_NOT_ACKNOWLEDGE: // a receiver also sends it at a timeout, without a frame before it
-        return sender.stage != Stage::silent;
+        return stage == Stage::whole || stage == Stage::unknown;
     case CTP_FC_NOT_READY_TO_RECEIVE:
+    case CTP_FC_NOT_ACKNOWLEDGE:
         break;
     }
-    return sender.stage != Stage::silent && unanswered;
+    return true;
 }
 
-void PairFinder::answer(const std::string& name, flowcontrol_t code)
+/// @param more set if others might fit as well.
+PairFinder::Senders PairFinder::fitting(Sender name, flowcontrol_t code, bool& more) const
+{
+    // A receiver also sends code 2 at a timeout, without a frame before it.
+    const std::uint64_t since = code == CTP_FC_NOT_ACKNOWLEDGE ? 0 : stations.at(name).answeredAt;
+    Senders found;
+    int looks = 0;
+    for (auto other = latest.rbegin(); other != latest.rend() && other->first > since; ++other) {
+        if (found.size() == mostCandidates || looks++ == mostLookedAt) {
+            more = true;
+            break;
+        }
+        const Sender sender = other->second;
+        if (interfaceOf(sender) == interfaceOf(name) && sender != name &&
+            fits(stations.at(sender).stage, code)) {
+            found.push_back(sender);
+        }
+    }
+    std::sort(found.begin(), found.end());
+    return found;
+}
+
+void PairFinder::answer(Sender name, flowcontrol_t code)
 {
     Station& answerer = stations.at(name);
-    Names fitting;
-    for (const auto& [other, station] : stations) {
-        if (other != name && fits(station, answerer, code)) {
-            fitting.insert(other);
+    bool more = false;
+    Senders fit = fitting(name, code, more);
+    if (fit.empty()) {
+        return;
+    }
+    answersCrowded += more ? 1 : 0;
+    Senders both;
+    std::set_intersection(fit.begin(), fit.end(), answerer.candidates.begin(),
+                          answerer.candidates.end(), std::back_inserter(both));
+    if (!both.empty() && (more || !answerer.guessed)) {
+        answerer.candidates = both;
+        return;
+    }
+    for (const Sender candidate : fit) {
+        stations.at(candidate).suspectOf.push_back(name);
+    }
+    answerer.candidates = std::move(fit);
+    answerer.guessed = more;
+}
+
+/// Pairs each of the open answerers that has one candidate left. After that, another may have only one left.
+void PairFinder::settle(std::vector<Sender> open, std::vector<FoundPair>& found)
+{
+    while (!open.empty()) {
+        const auto station = stations.find(open.back());
+        open.pop_back();
+        if (station != stations.end() && station->second.candidates.size() == 1) {
+            found.push_back(release(station->second.candidates.front(), station->first, open));
         }
     }
-    answerer.answeredAt = number;
-    Names both;
-    std::set_intersection(fitting.begin(), fitting.end(), answerer.candidates.begin(),
-                          answerer.candidates.end(), std::inserter(both, both.end()));
-    if (!fitting.empty()) {
-        answerer.candidates = both.empty() ? fitting : both;
-    }
 }
 
-/// Pairs each station that has one candidate left. After that, another station may have only one left.
-void PairFinder::settle(std::vector<FoundPair>& found)
+/// @param changed gets the ids that have one candidate less.
+FoundPair PairFinder::release(Sender sender, Sender answerer, std::vector<Sender>& changed)
 {
-    const auto certain = [](const auto& entry) { return entry.second.candidates.size() == 1; };
-    for (auto station = std::find_if(stations.begin(), stations.end(), certain);
-         station != stations.end();
-         station = std::find_if(stations.begin(), stations.end(), certain)) {
-        found.push_back(release(*station->second.candidates.begin(), station->first));
-    }
-}
-
-FoundPair PairFinder::release(const std::string& sender, const std::string& answerer)
-{
-    FoundPair pair{sender, answerer, {}};
-    const auto isOther = [&pair](const LoggedFrame& logged) {
-        return logged.sender != pair.sender && logged.sender != pair.answerer;
-    };
-    const auto own = std::stable_partition(frames.begin(), frames.end(), isOther);
-    pair.frames.assign(own, frames.end());
-    frames.erase(own, frames.end());
-    for (const std::string& name : {pair.sender, pair.answerer}) {
+    FoundPair pair{sender, answerer, stations.at(answerer).guessed, {}};
+    for (const Sender name : {sender, answerer}) {
+        const Station station = std::move(stations.at(name));
         stations.erase(name);
-        for (auto& [other, station] : stations) {
-            station.candidates.erase(name);
+        latest.erase(station.sentAt);
+        framesKept -= station.frames.size();
+        pair.frames.insert(pair.frames.end(), station.frames.begin(), station.frames.end());
+        for (const Sender other : station.suspectOf) {
+            const auto suspecting = stations.find(other);
+            if (suspecting == stations.end()) {
+                continue;
+            }
+            Senders& candidates = suspecting->second.candidates;
+            const auto gone = std::lower_bound(candidates.begin(), candidates.end(), name);
+            if (gone != candidates.end() && *gone == name) {
+                candidates.erase(gone);
+                changed.push_back(other);
+            }
         }
     }
+    std::sort(pair.frames.begin(), pair.frames.end(), isEarlier);
     return pair;
 }
 
 std::vector<FoundPair> PairFinder::guess()
 {
-    std::vector<FoundPair> found;
-    const auto isOpen = [this](const LoggedFrame& logged) {
-        return isAnswer(logged) && !stations.at(logged.sender).candidates.empty();
+    const auto firstFrameOf = [this](Sender name) {
+        return stations.at(name).frames.front().number;
     };
-    for (auto open = std::find_if(frames.begin(), frames.end(), isOpen); open != frames.end();
-         open = std::find_if(frames.begin(), frames.end(), isOpen)) {
-        const Names& candidates = stations.at(open->sender).candidates;
-        const auto first = std::find_if(frames.begin(), frames.end(), [&](const auto& logged) {
-            return candidates.count(logged.sender) != 0;
-        });
-        found.push_back(release(first->sender, open->sender));
-        settle(found);
+    std::vector<std::pair<std::uint64_t, Sender>> open;
+    for (const auto& [name, station] : stations) {
+        const auto& frames = station.frames;
+        const auto first = std::find_if(frames.begin(), frames.end(), isAnswer);
+        if (first != frames.end()) {
+            open.emplace_back(first->number, name);
+        }
+    }
+    std::sort(open.begin(), open.end());
+    std::vector<FoundPair> found;
+    for (const auto& [number, name] : open) {
+        const auto station = stations.find(name);
+        if (station == stations.end() || station->second.candidates.empty()) {
+            continue;
+        }
+        const Senders& candidates = station->second.candidates;
+        const Sender first =
+            *std::min_element(candidates.begin(), candidates.end(), [&](Sender left, Sender right) {
+                return firstFrameOf(left) < firstFrameOf(right);
+            });
+        std::vector<Sender> changed;
+        found.push_back(release(first, name, changed));
+        settle(changed, found);
+    }
+    for (FoundPair& pair : found) {
+        pair.guessed = true;
     }
     return found;
+}
+
+std::vector<SentFrame> PairFinder::rest() const
+{
+    std::vector<SentFrame> left;
+    for (const auto& [name, station] : stations) {
+        left.insert(left.end(), station.frames.begin(), station.frames.end());
+    }
+    std::sort(left.begin(), left.end(), isEarlier);
+    return left;
+}
+
+void PairFinder::drop()
+{
+    framesDropped += framesKept;
+    framesKept = 0;
+    stations.clear();
+    latest.clear();
 }
