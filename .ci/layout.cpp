@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Prints the size of each exported class and the offset of each field of CANTransportThread. Programs that
 // derive from it or hold one by value are compiled against these numbers.
 

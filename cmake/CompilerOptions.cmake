@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Options for the project's own targets; consumers get none of them.
 add_library(velk_options INTERFACE)
 target_compile_options(velk_options INTERFACE

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Completions for bash, zsh and fish, generated from --help.
 find_program(VELK_AWK awk)
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 include(CMakePackageConfigHelpers)
 
 # Components: runtime (the libraries), development (headers and what links them), tools (programs, man pages).

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The man pages are generated from --help.
 find_program(HELP2MAN help2man)
 if(NOT HELP2MAN)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Extracts the first C++ block of a Markdown page, so that the build compiles exactly that example.
 # As a script: cmake -D PAGE=... -D SOURCE=... -P ReadmeExample.cmake
 function(velk_extract_example page source)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # velk_room(NAME SEES ROOM... SOURCES FILE...): adds the sources of one folder to the library. They are
 # compiled only with the headers of the rooms that they may call.
 set_property(GLOBAL PROPERTY VELK_HEADERS_OF_include ${PROJECT_SOURCE_DIR}/include)

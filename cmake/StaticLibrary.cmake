@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The library as an archive, for tests that are impossible with a shared library: a program's own millisleep()
 # replaces the library's, the linker can wrap its calls, and checkInvariants() is active in every build type.
 get_property(sources GLOBAL PROPERTY VELK_LIBRARY_SOURCES)

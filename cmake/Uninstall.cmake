@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Removes the files that `cmake --install FOLDER` has listed. As a script: cmake -D FOLDER=... -P Uninstall.cmake
 file(GLOB manifests ${FOLDER}/install_manifest*.txt)
 if(NOT manifests)

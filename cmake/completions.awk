@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Turns the output of --help into completions.
 # awk -v program=NAME -v shell=bash|zsh|fish -f completions.awk
 #

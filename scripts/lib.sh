@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Shared by the commands in this folder and CI; sourced, not run.
 # Messages go to stderr: stdout is for the program that runs at the end.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # A virtual machine with Debian's kernel and a vcan0; sourced, not run. Its parts are fetched once, without
 # installing them, into VELKCAN_VM_CACHE (default: ~/.cache/velkcan-vm). The caller sets:
 #

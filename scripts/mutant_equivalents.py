@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Reads scripts/mutate.equivalent; used by scripts/mutate, whose --help has the format."""
 
 import re

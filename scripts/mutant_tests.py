@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Builds and tests mutants in copies of the sources; used by scripts/mutate."""
 
 import fcntl

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Finds the possible changes of a C++ source, one token or statement at a time; used by scripts/mutate.
 
 The source is split into tokens, not parsed. A wrong guess gives a mutant that does not compile, and

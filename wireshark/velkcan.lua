@@ -1,3 +1,4 @@
+-- SPDX-License-Identifier: MIT
 -- Wireshark dissector for the frames that docs/frame-format.md describes.
 --
 -- Copy it into the folder of personal Lua plugins (Help > About > Folders), or start

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bus/Cost.h"
 
 #include "common/Counting.h"

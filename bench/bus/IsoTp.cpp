@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bus/RawSocket.h"
 #include "bus/Subject.h"
 

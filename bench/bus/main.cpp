@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // velkcan-load: lets a subject carry messages over a bus, and prints what that cost as one row.
 
 #include "velk/CANTransportFrame.h"

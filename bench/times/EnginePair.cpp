@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "times/EnginePair.h"
 
 #include "velk/CANTransportFrame.h"

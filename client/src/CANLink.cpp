@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "CANLink.h"
 
 #include "Tally.h"

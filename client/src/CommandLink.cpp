@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "CommandLink.h"
 
 #include "velk/Millisleep.h"

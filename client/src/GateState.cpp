@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "GateState.h"
 
 #include <algorithm>

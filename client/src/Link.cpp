@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Link.h"
 
 #include "velk/VelkException.h"

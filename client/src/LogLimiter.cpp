@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "LogLimiter.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Mover.h"
 
 #include <utility>

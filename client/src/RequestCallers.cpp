@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Request.h"
 #include "RequestQueue.h"
 

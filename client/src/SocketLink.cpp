@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "SocketLink.h"
 
 #include "Failure.h"

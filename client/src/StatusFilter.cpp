@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "StatusFilter.h"
 
 #include <utility>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "velk/BufferMismatchException.h"
 
 BufferMismatchException::BufferMismatchException(const std::string& text) : std::runtime_error(text)

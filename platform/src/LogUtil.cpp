@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "velk/LogUtil.h"
 
 #include "velk/LogStream.h"

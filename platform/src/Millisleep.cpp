@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "velk/Millisleep.h"
 
 #include <cerrno>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "velk/Mutex.h"
 
 Mutex::Mutex() : mutex() { pthread_mutex_init(&mutex, nullptr); }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "velk/Pipe.h"
 
 #include "velk/Descriptor.h"

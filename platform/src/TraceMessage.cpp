@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "velk/TraceMessage.h"
 
 #include "velk/TraceRecord.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "TraceParser.h"
 
 #include <vector>

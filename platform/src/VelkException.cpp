@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "velk/VelkException.h"
 
 VelkException::VelkException() = default;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "LogLine.h"
 
 #include "velk/CANTransportThread.h"

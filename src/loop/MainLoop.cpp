@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "velk/CANTransportThread.h"
 #include "velk/CancellableScope.h"
 #include "velk/DescriptorSet.h"

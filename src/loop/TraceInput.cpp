@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "velk/BufferMismatchException.h"
 #include "velk/CANTransportThread.h"
 #include "velk/VelkException.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "velk/CANTransportFrame.h"
 #include "velk/CANTransportThread.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "velk/CANSocket.h"
 
 #include "CANLink.h"

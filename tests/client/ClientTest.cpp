@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "velk/CANTransportClient.h"
 
 #include "client/Waiting.h"

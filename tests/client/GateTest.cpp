@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "velk/CANTransportGate.h"
 
 #include "Retrial.h"

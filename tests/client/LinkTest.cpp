@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "SocketLink.h"
 #include "Tally.h"
 #include "client/Waiting.h"

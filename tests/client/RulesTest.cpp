@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Gathering.h"
 #include "LogLimiter.h"
 #include "SendPace.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "velk/CANTransportThread.h"
 #include "velk/LogUtil.h"
 #include "velk/Millisleep.h"

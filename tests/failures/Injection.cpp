@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "failures/Injection.h"
 
 #include <atomic>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A program outside of the project: it knows the installed headers and the installed library only.
 // An endpoint gets a message to send, and has to put a single frame with it on the bus.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/Endpoint.h"
 #include "support/LogCapture.h"
 

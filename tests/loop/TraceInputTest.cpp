@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "velk/BufferMismatchException.h"
 
 #include "support/Endpoint.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "velk/Hexdump.h"
 #include "velk/LogUtil.h"
 #include "velk/TraceMessage.h"

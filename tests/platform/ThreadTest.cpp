@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "velk/Thread.h"
 
 #include "velk/CancellableScope.h"

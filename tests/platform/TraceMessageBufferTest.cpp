@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "velk/TraceMessageBuffer.h"
 
 #include "velk/Millisleep.h"

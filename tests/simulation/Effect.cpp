@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "simulation/Effect.h"
 
 #include "velk/Millisleep.h"

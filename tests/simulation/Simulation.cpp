@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "simulation/Simulation.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "simulation/Tables.h"
 
 #include "support/Promise.h"

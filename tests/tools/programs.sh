@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # programs.sh BIN EXAMPLE NODES: the tools and the README's example as processes, over a bus on a socket.
 set -u
 bin=$1

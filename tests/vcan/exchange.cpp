@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // velk-vcan-exchange BUS: of each size that stands on stdin, a message goes from one client to
 // another and comes back. If the bus is lost meanwhile, both reconnect, and the message starts again.
 

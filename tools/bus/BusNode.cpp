@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bus/BusNode.h"
 
 #include "common/InputEnd.h"

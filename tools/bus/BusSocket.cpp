@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bus/BusSocket.h"
 
 #include "velk/VelkException.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bus/FaultInjector.h"
 
 #include "velk/CANTransportFrame.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bus/VirtualBus.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bus/BusReport.h"
 #include "bus/FaultOptions.h"
 #include "bus/VirtualBus.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "common/ClientEvents.h"
 
 #include "common/Tool.h"

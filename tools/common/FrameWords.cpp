@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "common/FrameWords.h"
 
 #include "velk/CANTransportFrame.h"

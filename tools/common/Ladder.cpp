@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "common/Ladder.h"
 
 #include "common/FrameWords.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "common/MessageFormat.h"
 
 #include "common/Options.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "common/Tool.h"
 
 #include "common/CANId.h"

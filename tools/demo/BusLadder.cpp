@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "demo/BusLadder.h"
 
 #include "common/Ladder.h"

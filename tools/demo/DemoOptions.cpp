@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "demo/DemoOptions.h"
 
 #include "bus/FaultOptions.h"

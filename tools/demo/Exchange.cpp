@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "demo/Exchange.h"
 
 #include "velk/CANTransportFrame.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "demo/NibbleFile.h"
 
 #include <algorithm>

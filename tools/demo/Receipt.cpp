@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "demo/Receipt.h"
 
 bool Receipt::take(const NibbleFile::Bytes& message)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "demo/Summary.h"
 
 #include "velk/CANTransportFrame.h"

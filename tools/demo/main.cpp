@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "common/Signals.h"
 #include "common/Tool.h"
 #include "demo/DemoOptions.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "dump/Colours.h"
 
 using namespace CANTransportFrame;

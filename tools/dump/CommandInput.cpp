@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "dump/BusInput.h"
 
 #include <cerrno>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "dump/Dump.h"
 
 #include "common/Ladder.h"

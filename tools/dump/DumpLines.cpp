@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "dump/DumpLines.h"
 
 #include "velk/CANTransportFrame.h"

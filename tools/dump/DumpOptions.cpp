@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "dump/DumpOptions.h"
 
 #include "common/CANId.h"

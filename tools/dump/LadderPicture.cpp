@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "dump/LadderPicture.h"
 
 #include "common/FrameWords.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "dump/LogInput.h"
 
 #include "dump/BusInput.h"

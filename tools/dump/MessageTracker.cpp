@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "dump/MessageTracker.h"
 
 #include "velk/CANTransportFrame.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "dump/Output.h"
 
 #include "common/Tool.h"

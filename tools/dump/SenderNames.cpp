@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "dump/SenderNames.h"
 
 #include "common/CANId.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "common/CANId.h"
 #include "common/Tool.h"
 #include "dump/Dump.h"

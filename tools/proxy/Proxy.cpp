@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "proxy/Proxy.h"
 
 #include "velk/VelkException.h"

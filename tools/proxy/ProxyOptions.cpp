@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "proxy/ProxyOptions.h"
 
 #include "common/CANId.h"

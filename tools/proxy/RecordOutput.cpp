@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "proxy/RecordOutput.h"
 
 #include "common/FrameRecord.h"

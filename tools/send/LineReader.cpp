@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "send/LineReader.h"
 
 #include "common/Tool.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "send/MessageSource.h"
 
 #include "common/CANId.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "send/SendOptions.h"
 
 #include "common/Options.h"

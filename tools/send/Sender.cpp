@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "send/Sender.h"
 
 #include "common/CANId.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "common/Options.h"
 #include "common/ProgressBar.h"
 #include "send/LineReader.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 /// Attributes for clang's thread-safety analysis; empty for other compilers.

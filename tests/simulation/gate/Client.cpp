@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "simulation/gate/Client.h"
 
 #include <algorithm>

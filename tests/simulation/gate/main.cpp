@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "simulation/gate/Exchange.h"
 #include "support/Promise.h"
 
