@@ -127,12 +127,9 @@ void RequestQueue::deliver(Message message)
 void RequestQueue::report(CANTransportClient::StatusChange change)
 {
     const Lock lock(mutex);
-    if (!hasEventLoop) {
-        return;
-    }
     if (changes.size() == mostChanges) {
         changes.pop_front();
-        ++tally.statusChangesLeftOut;
+        tally.statusChangesLeftOut += hasEventLoop ? 1U : 0U;
     }
     changes.push_back(change);
     updateReadiness();

@@ -50,10 +50,8 @@ const char* nameOf(CANTransportThread::statuschange_t status)
 
 std::ostream& operator<<(std::ostream& stream, CANTransportThread::statuschange_t status)
 {
-    const auto flags = stream.flags();
     const auto fill = stream.fill('0');
     stream << nameOf(status);
-    stream.flags(flags);
     stream.fill(fill);
     return stream;
 }

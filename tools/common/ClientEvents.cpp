@@ -30,7 +30,6 @@ ClientEvents::ClientEvents(const std::string& bus, const CANTransportClient::Opt
       busName(bus),
       signals(ends)
 {
-    client.descriptor(); // from now on status changes are kept
 }
 
 std::optional<ClientEvents::Event> ClientEvents::next(Clock::time_point deadline, int input)

@@ -8,7 +8,8 @@
 
 bool EndSignals::awaitInput(int descriptor)
 {
-    pollfd states[] = {{descriptor, POLLIN, 0}, {STDOUT_FILENO, 0, 0}, {signals.descriptor(), POLLIN, 0}};
+    pollfd states[] = {
+        {descriptor, POLLIN, 0}, {STDOUT_FILENO, 0, 0}, {signals.descriptor(), POLLIN, 0}};
     while (!come && poll(states, 3, -1) == -1 && errno == EINTR) {
     }
     come = come || states[2].revents != 0;

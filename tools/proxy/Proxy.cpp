@@ -185,7 +185,7 @@ void Proxy::checkPatience()
     refusedSince = refusedSince.value_or(now);
     if (outputClosed && now - *refusedSince > patience) {
         throw Tool::Failure(Tool::exitOutput, "the client has gone, and " + bus.name() +
-                                                 " takes none of its last frames");
+                                                  " takes none of its last frames");
     }
 }
 

@@ -138,8 +138,8 @@ public:
     /// whole life. The client owns it: only wait for it, do not read it or close it.
     int descriptor();
     /// @return the next event: outcomes first, then status changes, messages, and at last the loss of the
-    /// bus; none if there is no event. Status changes are kept from the first call of descriptor() on, the
-    /// last 64 of them.
+    /// bus; none if there is no event. The last 64 status changes are kept, also
+    /// those before the first call of descriptor().
     std::optional<Event> next();
 
     static constexpr std::size_t maxSubmitted = 1024;
