@@ -11,7 +11,7 @@
 
 TEST(Text, hasItsFormWhateverTheStreamIsSetTo)
 {
-    const unsigned char bytes[] = {'A', 'b', 0x00, 0xFF, '~', 0x7F};
+    const unsigned char bytes[] = {'A', ' ', 0x00, 0xFF, '~', 0x7F};
     std::ostringstream text;
     text << std::setfill('*') << std::oct << std::showbase;
     text << timeval{12, 10000} << '\n' << CANExtTraceMessage(0x12, bytes + 2, 2) << '\n';
@@ -30,9 +30,9 @@ TEST(Text, hasItsFormWhateverTheStreamIsSetTo)
                           "CAN frame 0x012 [2] 00 ff\n"
                           "transport message 0x7ff, 3 bytes\n"
                           "trace message 0x0002, 0 bytes\n"
-                          "P: 0000: 41 62 00 ff  Ab..\n"
+                          "P: 0000: 41 20 00 ff  A ..\n"
                           "P: 0004: 7e 7f        ~.\n"
-                          "P: 41 62\n"
+                          "P: 41 20\n"
                           "**010");
 }
 

@@ -70,7 +70,8 @@ const Bytes other = bytesOf(CANTraceMessage(0x7FF, data.data(), 64));
 const Bytes request = bytesOf(CANTransportTraceMessage(pattern(300)));
 const Bytes unknown = with(4, 20, bytesOf(MessageBase(2))) + Bytes(4, 0xEE);
 const Bytes eightFrames = frame + frame + frame + frame + frame + frame + frame + frame;
-const Bytes tunnel = bytesOf(CANTransportTraceMessage(frame + frame));
+const Bytes tunnel =
+    with(20, 7, bytesOf(CANTransportTraceMessage(frame + frame))); // a reserved byte
 
 Bytes recordWithAllFields()
 {
