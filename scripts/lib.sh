@@ -33,6 +33,9 @@ isThere() {
         g++) command -v "${CXX:-c++}" ;;
         ninja-build) command -v ninja ;;
         pkgconf) command -v pkg-config ;;
+        debhelper) command -v dh ;;
+        dpkg-dev) command -v dpkg-buildpackage ;;
+        debian-archive-keyring) [ -e /usr/share/keyrings/debian-archive-keyring.gpg ] ;;
         libcli11-dev) hasHeader CLI/CLI.hpp ;;
         nlohmann-json3-dev) hasHeader nlohmann/json.hpp ;;
         libbenchmark-dev) hasHeader benchmark/benchmark.h ;;
