@@ -96,7 +96,7 @@ private:
     bool startHeard = false; ///< The endpoint has received the start of a message.
     Clock::time_point now{}; ///< Of this pass.
     SendPace pace;
-    Clock::time_point linkPause{}; ///< Nothing is sent before.
+    Clock::time_point linkPause{}; ///< Nothing is sent before this time.
     Gathering gathering;
     Clock::time_point
         gatherEnd{}; ///< Nothing is read from the link before, except answers that are due.

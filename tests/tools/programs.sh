@@ -140,6 +140,18 @@ head -c 0 <unread
 wait $!
 expect "a stdout without a reader" "4 0" "$? $(wc -l <err)"
 
+mkfifo full
+exec 8<>full
+"$bin/velkcan-recv" -s 2 -d 1 -l unix:bus >full &
+stalled=$!
+"$bin/velkcan-send" -s 1 -d 2 -D 4000 -l 20 unix:bus | true # which prints nothing that it needs
+expect "a series whose rates nobody reads" "4 0" "${PIPESTATUS[*]}"
+kill -TERM "$stalled"
+wait "$stalled"
+expect "the end of a receiver that cannot print" 143 $?
+printf x >mine.lock
+expect "a lock file with content" "3 x" "$("$bin/velkcan-bus" mine 2>err; echo $?) $(cat mine.lock)"
+
 # Many nodes at once.
 for ((node = 0; node < nodes; node++)); do
     "$bin/velkcan-recv" -s $((100 + node)) -d $((500 + node)) --timeout 300000 unix:bus >"node.$node" &

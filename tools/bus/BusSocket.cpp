@@ -31,7 +31,7 @@ Descriptor packetSocket()
         Descriptor(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)));
 }
 
-/// Something to close; what it is does not matter.
+/// Any descriptor that can be closed.
 Descriptor anyDescriptor()
 {
     return aboveStandardStreams(Descriptor(open("/", O_PATH | O_CLOEXEC)));
@@ -108,6 +108,10 @@ void BusSocket::takeLock()
         }
     } while (fstat(lock.get(), &opened) == -1 || lstat(lockFile.path.c_str(), &named) == -1 ||
              !isSame(opened, named));
+    if (!S_ISREG(opened.st_mode) || opened.st_size != 0) {
+        throwVelkException(lockFile.path,
+                           ": got a file with other content, expected an empty lock file");
+    }
     lockFile.own();
 }
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 
 /// Decides which node has to rest. A node that has more to send than a turn takes would keep the bus and all
-/// who receive its frames busy. While others send as well, it rests after each of its turns.
+/// that receive its frames busy. While others send as well, it rests after each of its turns.
 class Rest {
 public:
     using Clock = std::chrono::steady_clock;

@@ -25,17 +25,18 @@ int millisecondsUntil(ClientEvents::Clock::time_point deadline)
 } // namespace
 
 ClientEvents::ClientEvents(const std::string& bus, const CANTransportClient::Options& options,
-                           const Signals& ends)
+                           const Signals& ends, bool printsMessages)
     : client(bus, options),
       busName(bus),
-      signals(ends)
+      signals(ends),
+      prints(printsMessages)
 {
 }
 
 std::optional<ClientEvents::Event> ClientEvents::next(Clock::time_point deadline, int input)
 {
     pollfd sources[] = {{signals.descriptor(), POLLIN, 0},
-                        {STDOUT_FILENO, 0, 0}, // POLLERR: nobody reads
+                        {prints ? STDOUT_FILENO : -1, 0, 0}, // POLLERR: nobody reads
                         {client.descriptor(), POLLIN, 0},
                         {input, POLLIN, 0}};
     const auto& [end, output, events, typed] = sources;

@@ -7,15 +7,17 @@
 
 #include <optional>
 
-/// Waits for the events of a client, and for what ends a program: a signal, and a stdout without a reader.
+/// Waits for the events of a client, and for what ends a program: a signal, and, if it prints messages, a stdout
+/// without a reader.
 class ClientEvents {
 public:
     using Clock = CANTransportClient::Clock;
     using Event = CANTransportClient::Event;
 
     /// Opens the bus. @param ends created before, so that no thread takes its signals.
+    /// @param printsMessages whether it ends if nobody reads stdout.
     ClientEvents(const std::string& bus, const CANTransportClient::Options& options,
-                 const Signals& ends);
+                 const Signals& ends, bool printsMessages);
 
     CANTransportClient client;
 
@@ -29,4 +31,5 @@ private:
 
     const std::string busName;
     const Signals& signals;
+    const bool prints;
 };

@@ -91,7 +91,6 @@ void print(const CANTransportClient::Message& message, const MessageFormat& form
 void printStatus(const CANTransportClient::StatusChange& change, const MessageFormat& format)
 {
     const std::string words = wordsFor(change.status);
-    const std::string line =
-        format.json ? jsonTime() + R"("status":")" + words + "\"}" : timeOfDay() + words;
-    std::fprintf(stderr, "%s\n", line.c_str());
+    Tool::printError(format.json ? jsonTime() + R"("status":")" + words + "\"}"
+                                 : timeOfDay() + words);
 }

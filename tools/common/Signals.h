@@ -10,7 +10,7 @@
 class Signals {
 public:
     /// Takes the signals that end a program (SIGINT, SIGTERM, SIGHUP) and `others`. If the parent process
-    /// ignores SIGHUP, as nohup does, it stays ignored.
+    /// ignores SIGHUP, as nohup does, it stays ignored. SIGINT does not: shells ignore it for background jobs.
     explicit Signals(std::initializer_list<int> others = {});
 
     /// @return the descriptor, which is readable while a signal waits.

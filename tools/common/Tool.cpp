@@ -4,13 +4,15 @@
 #include "common/CANId.h"
 #include "common/Options.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <sstream>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 namespace {
@@ -70,6 +72,34 @@ int finish(const CLI::App& app, const CLI::ParseError& request)
     return Tool::exitFine;
 }
 
+/// Waits until the stream takes bytes. Only meanwhile are the signals that end a program not blocked.
+void awaitOutput(int stream)
+{
+    sigset_t mask;
+    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    for (const int number : {SIGHUP, SIGINT, SIGTERM}) {
+        sigdelset(&mask, number);
+    }
+    pollfd output{stream, POLLOUT, 0};
+    ppoll(&output, 1, nullptr, &mask);
+}
+
+/// In parts that a writable pipe takes at once. @return 0, or the errno value.
+int writeAll(int stream, const char* bytes, std::size_t count)
+{
+    while (count > 0) {
+        awaitOutput(stream);
+        const ssize_t written = write(stream, bytes, std::min<std::size_t>(count, PIPE_BUF));
+        if (written != -1) {
+            bytes += written;
+            count -= static_cast<std::size_t>(written);
+        } else if (errno != EINTR && errno != EAGAIN) {
+            return errno;
+        }
+    }
+    return 0;
+}
+
 void addId(CLI::App& app, const std::string& name, std::uint16_t& target, const std::string& help)
 {
     const auto store = [&target, name](const std::string& text) {
@@ -93,7 +123,7 @@ std::string Tool::complaint(const std::string& given, const std::string& expecte
 
 void Tool::complain(const Description& description, const std::string& text)
 {
-    std::fprintf(stderr, "%s: %s\n", description.name, text.c_str());
+    printError(std::string(description.name) + ": " + text);
 }
 
 int Tool::runProgram(int count, char** arguments, const Description& description,
@@ -165,17 +195,23 @@ LogUtil::Sink Tool::logToStderr()
 {
     return [](LogUtil::Level level, const std::string& line) {
         constexpr const char* tags[] = {"DEBUG", "INFO", "ERROR"};
-        std::fprintf(stderr, "[%s] %s\n", tags[static_cast<int>(level)], line.c_str());
+        printError(std::string("[") + tags[static_cast<int>(level)] + "] " + line);
     };
 }
 
 void Tool::print(const void* bytes, std::size_t count)
 {
-    if (std::fwrite(bytes, 1, count, stdout) != count || std::fflush(stdout) != 0) {
-        if (errno == EPIPE) {
-            throw OutputClosed{};
-        }
-        throw Failure(exitOutput,
-                      std::string("cannot write to standard output: ") + std::strerror(errno));
+    const int error = writeAll(STDOUT_FILENO, static_cast<const char*>(bytes), count);
+    if (error == EPIPE) {
+        throw OutputClosed{};
     }
+    if (error != 0) {
+        throw Failure(exitOutput,
+                      std::string("cannot write to standard output: ") + std::strerror(error));
+    }
+}
+
+void Tool::printError(const std::string& line)
+{
+    writeAll(STDERR_FILENO, (line + '\n').data(), line.size() + 1);
 }

@@ -85,8 +85,12 @@ CANTransportClient::Options clientOptions(const Connection& connection);
 /// @return a function that writes each log line of a client to stderr.
 LogUtil::Sink logToStderr();
 
-/// Writes to stdout. @throws Failure if that fails, OutputClosed if nobody reads it.
+/// Writes to stdout. If it takes nothing, the signals that end a program end it here, also if Signals has
+/// blocked them. @throws Failure if that fails, OutputClosed if nobody reads it.
 void print(const void* bytes, std::size_t count);
 inline void printLine(const std::string& line) { print((line + '\n').data(), line.size() + 1); }
+
+/// Writes a line to stderr in the same way. There is nobody to complain to if that fails.
+void printError(const std::string& line);
 
 } // namespace Tool

@@ -43,8 +43,8 @@ void addAccept(CLI::App& app, ProxyOptions& options)
            "--accept", store,
            "Pass only frames with this id. With a mask, only its bits of the\n"
            "id count; with ~ for :, all frames except these pass. Both are\n"
-           "hexadecimal; an id of 8 digits has 29 bits. Can be repeated: a\n"
-           "frame passes that one of them passes (default: all ids)")
+           "hexadecimal; an id of 8 digits has 29 bits. Can be repeated;\n"
+           "one match is enough (default: all ids)")
         ->type_name("ID[:MASK|~MASK]")
         ->allow_extra_args(false);
 }

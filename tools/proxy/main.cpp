@@ -22,8 +22,8 @@ lost, repeated or reordered.
     R"(Only classic CAN data frames pass. The proxy prints its counters on stderr when it gets
 SIGUSR1 and when it ends. SIGINT, SIGTERM and SIGHUP end it.
 
-A client that has gone by both ends, while the interface does not take its last frames, is
-an output that cannot be written.
+If the client has gone and the interface does not take its last frames, the proxy ends with
+status 4.
 
 Example, a message to a device on the bus of another machine:
   velkcan-send -s 123 -d 321 -D 20 'exec:ssh gateway velkcan-proxy --accept 321 can0'

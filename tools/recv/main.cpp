@@ -75,7 +75,7 @@ Client::Message nextMessage(ClientEvents& events, const Options& options)
 int receive(const Options& options)
 {
     const Signals signals;
-    ClientEvents events(options.connection.bus, clientOptions(options), signals);
+    ClientEvents events(options.connection.bus, clientOptions(options), signals, true);
     for (std::uint64_t left = options.count; options.forever || left > 0; --left) {
         print(nextMessage(events, options), options.format);
     }

@@ -76,6 +76,9 @@ MessageSource::Bytes MessageSource::fromLine(const std::string& line)
         return fromHex(hex, "the message");
     }
     const auto object = nlohmann::json::parse(line, nullptr, false);
+    if (object.is_discarded()) {
+        throw Tool::Failure(Tool::exitUsage, "got a line that starts like JSON and is not");
+    }
     const auto data = object.is_object() ? object.find("data") : object.end();
     if (data == object.end() || !data->is_string()) {
         throw Tool::Failure(

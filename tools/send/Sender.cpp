@@ -25,7 +25,8 @@ Clock::time_point after(std::uint64_t milliseconds)
 
 Sender::Sender(const SendOptions& sendOptions, const Signals& signals)
     : options(sendOptions),
-      events(sendOptions.connection.bus, clientOptions(sendOptions), signals)
+      events(sendOptions.connection.bus, clientOptions(sendOptions), signals,
+             sendOptions.replyMs != 0)
 {
 }
 

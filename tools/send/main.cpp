@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <exception>
 #include <iostream>
 
 #include <unistd.h>
@@ -16,7 +17,7 @@ constexpr Tool::Description description{
     "velkcan-send",
     R"(Sends a message to a peer on a CAN bus, and reports whether the peer has acknowledged it.
 Without other options it reads the message from stdin as hexadecimal bytes. Messages that
-the peer sends while it runs are acknowledged; without --reply they are dropped.
+the peer sends while it runs are acknowledged and dropped, except replies.
 )",
     "-s ID -d ID [options] BUS",
     R"(Examples:
@@ -41,7 +42,7 @@ Bytes messageOf(const SendOptions& options)
                               : MessageSource::fromHex(std::cin, input);
 }
 
-/// Prints what -l has sent when it ends, however it ends.
+/// The rates of -l, printed however it ends.
 class Report {
 public:
     Report(const Sender& ofSender, bool besideReplies) : sender(ofSender), onStderr(besideReplies)
@@ -54,14 +55,14 @@ public:
         const double seconds = std::max(duration<double>(Clock::now() - start).count(), 1e-6);
         const auto sent = sender.acknowledged();
         char line[128];
-        const int length = std::snprintf(
-            line, sizeof line, "%llu messages in %.2f s, %.1f messages/s, %.0f bytes/s\n",
-            static_cast<unsigned long long>(sent), seconds, static_cast<double>(sent) / seconds,
-            static_cast<double>(sender.bytes()) / seconds);
+        std::snprintf(line, sizeof line, "%llu messages in %.2f s, %.1f messages/s, %.0f bytes/s",
+                      static_cast<unsigned long long>(sent), seconds,
+                      static_cast<double>(sent) / seconds,
+                      static_cast<double>(sender.bytes()) / seconds);
         if (onStderr) {
-            std::fputs(line, stderr);
+            Tool::printError(line);
         } else {
-            Tool::print(line, static_cast<std::size_t>(length));
+            Tool::printLine(line);
         }
     }
 
@@ -75,23 +76,23 @@ void sendRepeatedly(Sender& sender, const Bytes& message, const SendOptions& opt
 {
     const Report report(sender, options.replyMs != 0);
     ProgressBar bar;
-    std::uint64_t number = 1;
+    std::exception_ptr failure;
     try {
-        for (; number <= options.count; ++number) {
+        for (std::uint64_t sent = 0; sent < options.count; ++sent) {
             sender.send(message);
-            bar.show(number, options.count);
+            bar.show(sent + 1, options.count);
         }
-        bar.erase();
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    bar.erase();
+    try {
         report.print();
-    } catch (const Tool::Failure& failure) {
-        bar.erase();
-        report.print();
-        throw Tool::Failure(failure.exitCode,
-                            "message " + std::to_string(number) + ": " + failure.what());
-    } catch (const Tool::Interrupted&) {
-        bar.erase();
-        report.print();
-        throw;
+    } catch (...) { // what came first counts
+        failure = failure ? failure : std::current_exception();
+    }
+    if (failure) {
+        std::rethrow_exception(failure);
     }
 }
 

@@ -41,13 +41,13 @@ public:
     CANSocket& operator=(const CANSocket&) = delete;
 
     using Frame = CANTransportThread::TPCANMsg;
-    /// The same frame as the kernel has it, and as endpoint and gate have it.
+    /// Conversions between the frames of the kernel and those of the endpoint and the gate.
     static can_frame toKernel(const Frame& frame)
     {
         can_frame out{};
         out.can_id = frame.canID;
-        out.can_dlc = frame.len;
-        std::copy_n(frame.data, frame.len, out.data);
+        out.can_dlc = std::min<std::uint8_t>(frame.len, CAN_MAX_DLEN);
+        std::copy_n(frame.data, out.can_dlc, out.data);
         return out;
     }
     static Frame fromKernel(const can_frame& frame)
