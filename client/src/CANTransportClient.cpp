@@ -31,6 +31,7 @@ public:
 
     ~Core()
     {
+        ending.emplace();
         queue.close();
         mover.reset();
     }
@@ -52,6 +53,7 @@ public:
         }
     }
 
+    std::optional<UncancellableScope> ending; ///< The first member, so that it ends last.
     const std::string bus;
     const Options options;
     Tally tally;
@@ -78,11 +80,7 @@ CANTransportClient::CANTransportClient(std::string bus, Options options)
 {
 }
 
-CANTransportClient::~CANTransportClient()
-{
-    const UncancellableScope whole; // close() is a cancellation point too
-    core.reset();
-}
+CANTransportClient::~CANTransportClient() = default;
 
 CANTransportClient::SendResult CANTransportClient::send(const Bytes& message)
 {

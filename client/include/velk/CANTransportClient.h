@@ -170,5 +170,5 @@ public:
 
 private:
     class Core;
-    std::unique_ptr<Core> core;
+    const std::unique_ptr<Core> core;
 };
