@@ -6,7 +6,6 @@
 
 #include "common/FrameRecord.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <optional>
 
@@ -17,11 +16,5 @@ using CANFrame = CANTransportThread::TPCANMsg;
 inline std::optional<CANFrame> frameIn(const unsigned char* packet, std::size_t size)
 {
     const auto record = TraceRecord::recordIn(packet, size);
-    const auto body = record ? FrameRecord::classicFrameIn(*record) : std::nullopt;
-    if (!body) {
-        return std::nullopt;
-    }
-    CANFrame frame{body->canID, body->length, {}};
-    std::copy_n(body->data, body->length, frame.data);
-    return frame;
+    return record ? FrameRecord::classicFrameIn(*record) : std::nullopt;
 }

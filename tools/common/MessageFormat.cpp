@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "common/MessageFormat.h"
 
+#include "common/HexText.h"
 #include "common/Options.h"
 #include "common/Tool.h"
 
@@ -12,15 +13,9 @@ namespace {
 
 using std::chrono::system_clock;
 
-std::string hexOf(const CANTransportClient::Bytes& bytes, const char* separator)
+std::string hexOf(const CANTransportClient::Bytes& bytes, const char* between)
 {
-    constexpr const char* digits = "0123456789ABCDEF";
-    std::string text;
-    for (const unsigned char byte : bytes) {
-        text += text.empty() ? "" : separator;
-        text += {digits[byte >> 4], digits[byte & 15]};
-    }
-    return text;
+    return hexText(bytes.data(), bytes.size(), between);
 }
 
 std::string jsonTime()

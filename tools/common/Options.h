@@ -19,22 +19,32 @@ template <typename Number> bool parse(const std::string& text, Number& number)
     return result.ec == std::errc() && result.ptr == end;
 }
 
-/// Adds an option that takes a number from `lowest` to `highest`. @param nameAndType such as "--timeout MS".
-/// @param expected what an error message expects; empty: "a number from … to …".
+/// Sets the number if the text is one from `lowest` to `highest`. @return an empty text, or what is wrong.
+/// @param expected what is expected; empty: "a number from … to …".
+template <typename Number> std::string take(const std::string& text, Number& number, Number lowest,
+                                            Number highest, const std::string& expected = "")
+{
+    Number value{};
+    if (parse(text, value) && value >= lowest && value <= highest) {
+        number = value;
+        return "";
+    }
+    const std::string range =
+        "a number from " + std::to_string(lowest) + " to " + std::to_string(highest);
+    return complaint(text, expected.empty() ? range : expected);
+}
+
+/// Adds an option that takes such a number. @param nameAndType such as "--timeout MS".
 template <typename Number> void addNumber(CLI::App& app, const std::string& nameAndType,
                                           Number& target, Number lowest, Number highest,
                                           const std::string& help, const std::string& expected = "")
 {
     const std::size_t blank = nameAndType.find(' ');
     const std::string name = nameAndType.substr(0, blank);
-    const std::string range =
-        "a number from " + std::to_string(lowest) + " to " + std::to_string(highest);
     const auto store = [=, &target](const std::string& text) {
-        Number value{};
-        if (!parse(text, value) || !(value >= lowest && value <= highest)) {
-            throw CLI::ValidationError(name, complaint(text, expected.empty() ? range : expected));
+        if (const auto wrong = take(text, target, lowest, highest, expected); !wrong.empty()) {
+            throw CLI::ValidationError(name, wrong);
         }
-        target = value;
     };
     app.add_option_function<std::string>(name, store, help)
         ->type_name(nameAndType.substr(blank + 1));

@@ -6,7 +6,6 @@
 #include "common/FrameRecord.h"
 #include "common/InputEnd.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <system_error>
 
@@ -109,15 +108,12 @@ bool RecordInput::read(const Take& take)
 void RecordInput::takeWaiting(const Take& take)
 {
     for (TraceRecord::View record; records.getNextRecord(record);) {
-        const auto frame = FrameRecord::classicFrameIn(record);
-        if (!frame || (frame->canID & (CAN_RTR_FLAG | CAN_ERR_FLAG)) != 0) {
+        if (const auto frame = FrameRecord::dataFrameIn(record)) {
+            logged.frame = *frame;
+            take(logged);
+        } else {
             ++skipped;
-            continue;
         }
-        const bool extended = frame->canID > CAN_SFF_MASK;
-        logged.frame = {frame->canID | (extended ? CAN_EFF_FLAG : 0), frame->length, {}};
-        std::copy_n(frame->data, frame->length, logged.frame.data);
-        take(logged);
     }
 }
 

@@ -2,6 +2,7 @@
 #include "dump/CandumpLine.h"
 
 #include "common/CANId.h"
+#include "common/HexText.h"
 #include "dump/DumpLines.h"
 #include "dump/TimeStamps.h"
 

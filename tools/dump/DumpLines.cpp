@@ -4,6 +4,7 @@
 #include "velk/CANTransportFrame.h"
 
 #include "common/FrameWords.h"
+#include "common/HexText.h"
 
 #include <algorithm>
 
@@ -42,18 +43,6 @@ const char* outcomeWord(Outcome outcome)
 }
 
 } // namespace
-
-std::string hexText(const std::uint8_t* bytes, std::size_t count, const char* between)
-{
-    constexpr const char* digits = "0123456789ABCDEF";
-    std::string text;
-    for (std::size_t i = 0; i < count; ++i) {
-        text += i == 0 ? "" : between;
-        text += digits[bytes[i] >> 4];
-        text += digits[bytes[i] & 0x0F];
-    }
-    return text;
-}
 
 std::string frameLine(const std::string& sender, const SentFrame& sent, bool ascii)
 {

@@ -5,9 +5,6 @@
 
 #include <string>
 
-/// @return the bytes in hexadecimal, with a text between them.
-std::string hexText(const std::uint8_t* bytes, std::size_t count, const char* between);
-
 /// @return id, length, the frame's head in words, and the bytes after the head. @param ascii whether the
 /// characters of the bytes follow.
 std::string frameLine(const std::string& sender, const SentFrame& sent, bool ascii);

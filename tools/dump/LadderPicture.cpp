@@ -2,6 +2,7 @@
 #include "dump/LadderPicture.h"
 
 #include "common/FrameWords.h"
+#include "common/HexText.h"
 #include "dump/DumpLines.h"
 
 #include <algorithm>

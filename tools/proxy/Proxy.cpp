@@ -31,21 +31,6 @@ constexpr std::chrono::seconds patience{2};
 
 constexpr std::size_t mostAtOnce = 100; ///< Frames that are sent before any is received.
 
-/// @return the frame in the record; none if it holds no classic data frame.
-std::optional<can_frame> frameIn(const TraceRecord::View& record)
-{
-    constexpr canid_t noDataFrame = CAN_RTR_FLAG | CAN_ERR_FLAG;
-    const auto body = FrameRecord::classicFrameIn(record);
-    if (!body || (body->canID & noDataFrame) != 0) {
-        return std::nullopt;
-    }
-    can_frame frame{};
-    frame.can_id = body->canID > CAN_SFF_MASK ? body->canID | CAN_EFF_FLAG : body->canID;
-    frame.can_dlc = body->length;
-    std::copy_n(body->data, body->length, frame.data);
-    return frame;
-}
-
 timespec toTimespec(std::chrono::microseconds duration)
 {
     return {0, static_cast<long>(std::chrono::nanoseconds(duration).count())};
@@ -127,7 +112,7 @@ void Proxy::takeInput()
         if (!frame) {
             return;
         }
-        unsent.push_back(*frame);
+        unsent.push_back(CANSocket::toKernel(*frame));
     }
 }
 
@@ -196,7 +181,7 @@ std::optional<can_frame> Proxy::nextThroughGate(Clock::time_point now)
         if (!frame) {
             break;
         }
-        gate->fromEndpoint(CANSocket::fromKernel(*frame), now);
+        gate->fromEndpoint(*frame, now);
     }
     // An output that already has frames may have no room for another; it is written first.
     if (const auto answer = output.isEmpty() ? gate->released(now) : std::nullopt) {
@@ -217,7 +202,7 @@ bool Proxy::passesGate(const can_frame& frame)
     return gate->admit(CANSocket::fromKernel(frame), Clock::now());
 }
 
-std::optional<can_frame> Proxy::nextFromInput()
+std::optional<CANSocket::Frame> Proxy::nextFromInput()
 {
     TraceRecord::View record;
     for (;;) {
@@ -225,7 +210,7 @@ std::optional<can_frame> Proxy::nextFromInput()
             if (!input.getNextRecord(record)) {
                 return std::nullopt;
             }
-            if (const auto frame = frameIn(record)) {
+            if (const auto frame = FrameRecord::dataFrameIn(record)) {
                 return frame;
             }
             reject("a record that is not a classic CAN data frame");
@@ -238,8 +223,8 @@ std::optional<can_frame> Proxy::nextFromInput()
 void Proxy::reject(const std::string& reason)
 {
     if (++unusable == 1) {
-        std::cerr << "velkcan-proxy: stdin: " << reason
-                  << ", expected serialised CAN frames; further ones are only counted" << std::endl;
+        Tool::printError("velkcan-proxy: stdin: " + reason +
+                         ", expected serialised CAN frames; further ones are only counted");
     }
 }
 

@@ -49,7 +49,7 @@ private:
     Pause pauseAfterFullQueue();
     void checkPatience();
     std::optional<can_frame> nextThroughGate(Clock::time_point now);
-    std::optional<can_frame> nextFromInput();
+    std::optional<CANSocket::Frame> nextFromInput();
     bool passesGate(const can_frame& frame);
     void reject(const std::string& reason);
     void handleEvents(const Next& next);

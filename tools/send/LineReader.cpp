@@ -31,7 +31,7 @@ std::optional<std::string> LineReader::takeLine()
     if (end == std::string::npos && !(ended && !text.empty())) {
         return std::nullopt;
     }
-    const std::string line = text.substr(0, end);
+    std::string line = text.substr(0, end);
     text.erase(0, end == std::string::npos ? end : end + 1);
     return line;
 }

@@ -10,11 +10,8 @@ constexpr std::uint64_t longestWaitMs = INT32_MAX;
 /// A flag with a value: `--reply MS` would take the argument after a plain `--reply`.
 void addReply(CLI::App& app, std::uint64_t& replyMs)
 {
-    const auto store = [&replyMs](const std::string& text) -> std::string {
-        const bool isNumber = Tool::parse(text, replyMs);
-        return isNumber && replyMs > 0 && replyMs <= longestWaitMs
-                   ? ""
-                   : Tool::complaint(text, "a number from 1 to " + std::to_string(longestWaitMs));
+    const auto store = [&replyMs](const std::string& text) {
+        return Tool::take<std::uint64_t>(text, replyMs, 1, longestWaitMs);
     };
     app.add_flag("--reply{5000}",
                  "Print the first message that the peer sends after a message was\n"

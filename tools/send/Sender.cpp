@@ -48,7 +48,6 @@ void Sender::send(const Bytes& message)
             "given up: " + reasonFor(result, events.client.counters().attempts - attemptsBefore));
     }
     ++messages;
-    bytesSent += message.size();
     if (options.replyMs != 0) {
         printReply();
     }

@@ -21,7 +21,6 @@ public:
     void waitForInput(int descriptor);
 
     std::uint64_t acknowledged() const { return messages; }
-    std::uint64_t bytes() const { return bytesSent; }
 
 private:
     using Result = CANTransportClient::SendResult;
@@ -33,6 +32,5 @@ private:
     const SendOptions& options;
     ClientEvents events;
     std::uint64_t messages = 0; ///< Acknowledged ones.
-    std::uint64_t bytesSent = 0;
     std::optional<CANTransportClient::Message> reply;
 };

@@ -45,7 +45,10 @@ Bytes messageOf(const SendOptions& options)
 /// The rates of -l, printed however it ends.
 class Report {
 public:
-    Report(const Sender& ofSender, bool besideReplies) : sender(ofSender), onStderr(besideReplies)
+    Report(const Sender& ofSender, std::size_t bytesOfMessage, bool besideReplies)
+        : sender(ofSender),
+          bytes(bytesOfMessage),
+          onStderr(besideReplies)
     {
     }
 
@@ -58,7 +61,7 @@ public:
         std::snprintf(line, sizeof line, "%llu messages in %.2f s, %.1f messages/s, %.0f bytes/s",
                       static_cast<unsigned long long>(sent), seconds,
                       static_cast<double>(sent) / seconds,
-                      static_cast<double>(sender.bytes()) / seconds);
+                      static_cast<double>(sent * bytes) / seconds);
         if (onStderr) {
             Tool::printError(line);
         } else {
@@ -68,13 +71,14 @@ public:
 
 private:
     const Sender& sender;
+    const std::size_t bytes;
     const bool onStderr;
     const Clock::time_point start = Clock::now();
 };
 
 void sendRepeatedly(Sender& sender, const Bytes& message, const SendOptions& options)
 {
-    const Report report(sender, options.replyMs != 0);
+    const Report report(sender, message.size(), options.replyMs != 0);
     ProgressBar bar;
     std::exception_ptr failure;
     try {
